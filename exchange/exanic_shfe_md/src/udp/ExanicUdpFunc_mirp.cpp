@@ -1,0 +1,261 @@
+// Decoder of the incremental stream: one decode buffer is one message for one instrument. The
+// record is updated in place and put back as it was when its book comes out inconsistent, so that
+// a consumer never sees half a message.
+
+#include "udp/ExanicUdpFunc.h"
+
+#include "CommonLog.h"
+#include "WireRead.h"
+#include "dev/FpgaRegisters.h"
+
+namespace {
+
+constexpr char LOG_FILE_TAG[] = "ExanicUdpFunc";
+
+// Fewer bytes than this behind the last field are padding.
+constexpr uint32_t MIN_FIELD_SIZE = 3;
+
+constexpr uint32_t SHFE_MAX_INST_NO = SHFE_MAX_INST_CNT - 1;
+constexpr uint32_t INE_MAX_INST_NO = INE_MAX_INST_CNT - 1;
+
+constexpr size_t OPTION_CODE_INDEX = 6; // an identifier with a seventh character is an option's
+
+} // namespace
+
+int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
+    if (len < sizeof(MirpHeader)) {
+        MD_LOG(LOG_ERROR, "packet length too small: %u", len);
+        return RET_FAILED;
+    }
+    const auto header = ReadRecord<MirpHeader>(packet);
+    const DecodeHeader& decode = header.decode;
+    const MarketDataIncreField& incre = header.incre;
+    MD_LOG(LOG_DEBUG_EX, "topicID: 0x%x, snapMillisec: %u, snapTime: %u, packetNo: %u",
+           decode.topicID, decode.snapMillisec, decode.snapTime,
+           static_cast<uint32_t>(decode.packetNo));
+    MD_LOG(LOG_DEBUG_EX, "fieldID: 0x%x, instrumentNo: %u, changeNo: %u", incre.fieldID,
+           incre.instrumentNo, incre.changeNo);
+
+    uint16_t exchangeType = EXCHANGE_TYPE_SHFE;
+    int32_t result = RET_OK;
+    const int32_t slot = _SelectSlot(header, exchangeType, result);
+    if (slot < 0) {
+        return result;
+    }
+    instrument& record = m_pShareMem->instmts[slot];
+    MD_LOG(LOG_DEBUG_EX, "snap instrumentID: %.16s, changeNo: %d",
+           reinterpret_cast<const char*>(record.inst_id), static_cast<int32_t>(record.change_no));
+    if (!_IsHandled(record)) {
+        return RET_OK;
+    }
+
+    record.type = exchangeType;
+    m_pRegisters[EXANIC_FPGA_SNAP_TIME] = decode.snapTime;
+    if (incre.fieldID != FIELD_MARKET_DATA_INCRE) {
+        return RET_TO_CALLBACK;
+    }
+
+    const uint32_t expected = record.change_no + 1;
+    if (incre.changeNo != expected) {
+        if (incre.changeNo <= record.change_no) {
+            return RET_OK; // the other line was faster, or the snapshot has it already
+        }
+        MD_LOG(LOG_ERROR,
+               "discontinuous changeNo: %u, expected changeNo: %d, instrumentID: %.16s, "
+               "instrumentNo: %d, instrumentNo: %d",
+               incre.changeNo, static_cast<int32_t>(expected),
+               reinterpret_cast<const char*>(record.inst_id),
+               static_cast<int32_t>(incre.instrumentNo), slot);
+        return RET_FAILED;
+    }
+
+    const instrument savedInst = record;
+    record.update_time = decode.snapTime;
+    record.update_milli_sec = decode.snapMillisec;
+    record.change_no = incre.changeNo;
+    const PriceScale scale{m_refCalcInfo.priceTick[slot], m_refCalcInfo.codecPrice[slot],
+                           static_cast<double>(m_refCalcInfo.volumeMulti[slot])};
+    _ApplyFields(record, scale, packet + sizeof(MirpHeader),
+                 len - static_cast<uint32_t>(sizeof(MirpHeader)));
+    if (!_BookIsSane(record)) {
+        // The change number goes back too: the next message of this instrument is then a gap, and
+        // the feed takes a fresh snapshot.
+        record = savedInst;
+        return RET_OK;
+    }
+    return RET_TO_CALLBACK;
+}
+
+// SHFE's topics are tested first. A configured topic that is negative as a signed 16-bit number
+// never matches, because the message's is taken as unsigned.
+int32_t CExanicUdpFunc::_SelectSlot(const MirpHeader& header, uint16_t& exchangeType,
+                                    int32_t& result) {
+    const int32_t topic = header.decode.topicID;
+    const ExanicMdConfigData& config = m_refConfigData;
+    const bool shfe = topic == config.shfe2ps_topic_id || topic == config.shfe4ps_topic_id;
+    if (!shfe && topic != config.ine2ps_topic_id && topic != config.ine4ps_topic_id) {
+        MD_LOG_AS("_ParseMirp", LOG_ERROR, "unsupported topicID: 0x%x", header.decode.topicID);
+        result = RET_FAILED;
+        return -1;
+    }
+    const uint32_t instrumentNo = header.incre.instrumentNo;
+    const uint32_t limit = shfe ? SHFE_MAX_INST_NO : INE_MAX_INST_NO;
+    if (instrumentNo > limit) {
+        bool& warn = shfe ? shfelogflag : inelogflag;
+        if (warn) {
+            MD_LOG_AS("_ParseMirp", LOG_WARNING, "%s InstNo [%d] is out of range [%d]",
+                      shfe ? "shfe" : "ine", static_cast<int32_t>(instrumentNo),
+                      static_cast<int32_t>(limit));
+            warn = false;
+        }
+        result = RET_OK;
+        return -1;
+    }
+    const uint32_t slot = shfe ? instrumentNo : LAST_SLOT - instrumentNo;
+    m_refInstNo = slot;
+    (shfe ? m_pShareMem->shfe_pktno : m_pShareMem->ine_pktno) = header.decode.packetNo;
+    exchangeType = shfe ? EXCHANGE_TYPE_SHFE : EXCHANGE_TYPE_INE;
+    return static_cast<int32_t>(slot);
+}
+
+// Only subscribed instruments have an identifier.
+bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
+    const char* instId = reinterpret_cast<const char*>(record.inst_id);
+    const bool isOption = instId[OPTION_CODE_INDEX] != '\0';
+    if (instId[0] == '\0') {
+        MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "unsubscribed instrument");
+        if (isOption) {
+            MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "do not handle options, instrumentID: %.16s",
+                      instId);
+        }
+        return false;
+    }
+    if (isOption && m_refConfigData.options == 0) {
+        MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "do not handle options, instrumentID: %.16s", instId);
+        return false;
+    }
+    return true;
+}
+
+// The first field that is unknown or cut short ends the walk; what stood before it stays applied.
+// Volumes wrap modulo 2^32.
+void CExanicUdpFunc::_ApplyFields(instrument& record, const PriceScale& scale, const char* cursor,
+                                  uint32_t remaining) {
+    BookSide bid{record.bid_px, record.bid_vol};
+    BookSide ask{record.ask_px, record.ask_vol};
+
+    while (remaining >= MIN_FIELD_SIZE) {
+        const auto fieldID = ReadRecord<FieldIDType>(cursor);
+        MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "fieldID: 0x%x", fieldID);
+        uint32_t fieldSize = 0;
+        if (fieldID == FIELD_PRICE_CHANGE && remaining >= sizeof(PriceChangeField)) {
+            const auto field = ReadRecord<PriceChangeField>(cursor);
+            _ApplyPriceChange(record, bid, ask, field, scale.Price(field.priceOffset));
+            fieldSize = sizeof(field);
+        } else if (fieldID == FIELD_DEAL_SUMMARY && remaining >= sizeof(DealSummaryField)) {
+            const auto field = ReadRecord<DealSummaryField>(cursor);
+            record.last_px = scale.Price(field.lastPriceOffset);
+            record.volume += static_cast<uint32_t>(field.volumeChange);
+            record.open_interest += static_cast<double>(field.openInterestChange);
+            record.turnover += scale.Amount(field.volumeChange, field.turnoverOffset);
+            fieldSize = sizeof(field);
+        } else if (fieldID == FIELD_BUY_STATICS && remaining >= sizeof(BuyStaticsField)) {
+            const auto field = ReadRecord<BuyStaticsField>(cursor);
+            record.bid_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.bid_totvol) +
+                                                     static_cast<uint32_t>(field.bidVolumeChange));
+            record.bid_totamount += scale.Amount(field.bidVolumeChange, field.bidAmountOffset);
+            fieldSize = sizeof(field);
+        } else if (fieldID == FIELD_SELL_STATICS && remaining >= sizeof(SellStaticsField)) {
+            const auto field = ReadRecord<SellStaticsField>(cursor);
+            record.ask_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.ask_totvol) +
+                                                     static_cast<uint32_t>(field.askVolumeChange));
+            record.ask_totamount += scale.Amount(field.askVolumeChange, field.askAmountOffset);
+            fieldSize = sizeof(field);
+        } else if (fieldID == FIELD_HIGHEST_PRICE && remaining >= sizeof(HighestPriceField)) {
+            const auto field = ReadRecord<HighestPriceField>(cursor);
+            record.highest_price = scale.Price(field.highPriceOffset);
+            fieldSize = sizeof(field);
+        } else if (fieldID == FIELD_LOWEST_PRICE && remaining >= sizeof(LowestPriceField)) {
+            const auto field = ReadRecord<LowestPriceField>(cursor);
+            record.lowest_price = scale.Price(field.lowPriceOffset);
+            fieldSize = sizeof(field);
+        } else {
+            MD_LOG_AS("_ParseMirp", LOG_ERROR, "abnormal process fieldID: 0x%x length: %u", fieldID,
+                      remaining);
+            return;
+        }
+        cursor += fieldSize;
+        remaining -= fieldSize;
+    }
+}
+
+void CExanicUdpFunc::_ApplyPriceChange(const instrument& record, BookSide& bid, BookSide& ask,
+                                       const PriceChangeField& change, double price) {
+    const int32_t level = change.priceLevel;
+    if (level < 1 || level > BookSide::CAPACITY) {
+        MD_LOG_AS("_ParseMirp", LOG_ERROR, "invalid priceLevel: %u, instrumentID: %.16s",
+                  change.priceLevel, reinterpret_cast<const char*>(record.inst_id));
+        return;
+    }
+    const uint8_t event = change.eventType;
+    if (event != MD_EVENT_TYPE_ADD && event != MD_EVENT_TYPE_MODIFY && event != MD_EVENT_TYPE_DEL) {
+        MD_LOG_AS("_ParseMirp", LOG_ERROR, "unkonwn event type: %u", event);
+        return;
+    }
+    if (change.mdEntryType != MD_ENTRY_TYPE_BID && change.mdEntryType != MD_ENTRY_TYPE_ASK) {
+        MD_LOG_AS("_ParseMirp", LOG_ERROR, "unkonwn md entry type: %u", change.mdEntryType);
+        return;
+    }
+    BookSide& side = change.mdEntryType == MD_ENTRY_TYPE_BID ? bid : ask;
+    const int32_t vol = static_cast<int32_t>(change.volume);
+    if (event == MD_EVENT_TYPE_MODIFY) {
+        side.Set(level - 1, price, vol);
+    } else if (event == MD_EVENT_TYPE_ADD) {
+        side.Insert(level, price, vol);
+    } else {
+        side.Delete(level);
+    }
+}
+
+// Neighbours among the first five levels of a side, then the touch. Prices are compared first and
+// emptiness only where that fails; whether the instrument is exempt is looked up last.
+bool CExanicUdpFunc::_BookIsSane(const instrument& record) {
+    const double* bidPx = record.bid_px;
+    const double* askPx = record.ask_px;
+    const auto hasBid = [&](int32_t i) { return !IsEmptyLevel(bidPx[i], record.bid_vol[i]); };
+    const auto hasAsk = [&](int32_t i) { return !IsEmptyLevel(askPx[i], record.ask_vol[i]); };
+    const char* instId = reinterpret_cast<const char*>(record.inst_id);
+
+    for (int32_t i = 0; i < BID_PX_LEVEL - 1; ++i) {
+        if (bidPx[i + 1] >= bidPx[i] && hasBid(i) && hasBid(i + 1)) {
+            if (IsTradeAtSettlement(record)) {
+                return true;
+            }
+            MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX,
+                      "bad mirp bid: bid[%d]=%.2f <= bid[%d]=%.2f, inst=%.16s, restore", i,
+                      bidPx[i], i + 1, bidPx[i + 1], instId);
+            return false;
+        }
+    }
+    for (int32_t i = 0; i < ASK_PX_LEVEL - 1; ++i) {
+        if (askPx[i] >= askPx[i + 1] && hasAsk(i) && hasAsk(i + 1)) {
+            if (IsTradeAtSettlement(record)) {
+                return true;
+            }
+            MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX,
+                      "bad mirp ask: ask[%d]=%.2f >= ask[%d]=%.2f, inst=%.16s, restore", i,
+                      askPx[i], i + 1, askPx[i + 1], instId);
+            return false;
+        }
+    }
+    if (bidPx[0] >= askPx[0] && hasAsk(0) && hasBid(0)) {
+        if (IsTradeAtSettlement(record)) {
+            return true;
+        }
+        MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX,
+                  "bad mirp crossed: bid1=%.2f >= ask1=%.2f, inst=%.16s, restore", bidPx[0],
+                  askPx[0], instId);
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,63 @@
+# Debian packages that building and testing need, and what for. Sourced by ./dev.
+# shellcheck shell=bash
+
+vorn_packages=(
+    "g++:compiler"
+    "cmake:build system"
+    "ninja-build:build system"
+    "libpcap-dev:capture files"
+    "libcli11-dev:command lines of the tools"
+    "libfmt-dev:text output of the tools"
+    "nlohmann-json3-dev:JSON output of the tools"
+    "libssl-dev:checksums of captures"
+    "libgtest-dev:tests"
+    "libgmock-dev:tests"
+    "tshark:tests of the Wireshark dissector"
+)
+vorn_lint_packages=(
+    "clang-format-14:formatter"
+    "clang-tidy-14:linter"
+)
+
+# Installs what is missing of the packages named in the arguments ("name:purpose"). Touches neither
+# the network nor the package database when nothing is missing.
+vorn_install_packages() {
+    local entry missing=() purposes=()
+    if ! command -v dpkg-query > /dev/null; then
+        echo "dev: this is not a Debian system; make sure that these are installed:" >&2
+        printf '       %s\n' "$@" >&2
+        return 0
+    fi
+    for entry in "$@"; do
+        if ! dpkg-query -W -f='${Status}' "${entry%%:*}" 2> /dev/null | grep -q '^install ok'; then
+            missing+=("${entry%%:*}")
+            purposes+=("${entry%%:*} (${entry#*:})")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo > /dev/null; then
+            echo "dev: missing Debian packages, and neither root nor sudo to install them. Run as root:" >&2
+            echo "       apt-get install ${missing[*]}" >&2
+            return 1
+        fi
+        sudo=(sudo)
+    fi
+    echo "dev: installing missing Debian packages${sudo:+ with sudo}:" >&2
+    printf '       %s\n' "${purposes[@]}" >&2
+    local log
+    log=$(mktemp)
+    export DEBIAN_FRONTEND=noninteractive
+    if ! { "${sudo[@]}" apt-get install -y --no-install-recommends "${missing[@]}" ||
+        { "${sudo[@]}" apt-get update &&
+            "${sudo[@]}" apt-get install -y --no-install-recommends "${missing[@]}"; }; } \
+        > "$log" 2>&1 < /dev/null; then
+        tail -n 20 "$log" >&2
+        rm -f "$log"
+        echo "dev: could not install them; install by hand: apt-get install ${missing[*]}" >&2
+        return 1
+    fi
+    rm -f "$log"
+}

@@ -1,0 +1,141 @@
+#include "softcard/sources/device_text.h"
+
+#include "softcard/firmware/paced_card.h"
+#include "softcard/firmware/step_card.h"
+#include "softcard/firmware/worker_watch.h"
+#include "softcard/sources/pcap_source.h"
+#include "softcard/sources/sim_source.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <vector>
+
+namespace softcard {
+
+namespace {
+
+constexpr std::string_view kSchemes = "use sim:key=value&... or pcap:PATH?key=value&...";
+
+std::string quoted(std::string_view text) {
+    return "\"" + std::string(text) + "\"";
+}
+
+bool parse_speed(std::string_view value, double& speed) {
+    const char* const end = value.data() + value.size();
+    const auto [stop, status] = std::from_chars(value.data(), end, speed);
+    return status == std::errc() && stop == end && std::isfinite(speed) && speed > 0;
+}
+
+// Takes one "key=value"; eof and speed go to the card, the rest to the source.
+bool take_option(std::string_view option, DeviceText& device, std::string& error) {
+    const std::size_t equals = option.find('=');
+    if (equals == std::string_view::npos || equals == 0) {
+        error = quoted(option) + " is not key=value";
+        return false;
+    }
+    const std::string_view key = option.substr(0, equals);
+    const std::string_view value = option.substr(equals + 1);
+    if (key == "eof") {
+        if (value != "stop" && value != "idle") {
+            error = "eof=" + std::string(value) + ": must be stop or idle";
+            return false;
+        }
+        device.at_end = value == "stop" ? AtEnd::kStop : AtEnd::kIdle;
+        return true;
+    }
+    if (key == "speed") {
+        if (!parse_speed(value, device.speed)) {
+            error = "speed=" + std::string(value) +
+                    ": must be a number greater than 0, or left out for step mode";
+            return false;
+        }
+        return true;
+    }
+    device.source_options.emplace(key, value);
+    return true;
+}
+
+bool take_options(std::string_view options, DeviceText& device, std::string& error) {
+    std::vector<std::string_view> keys;
+    while (!options.empty()) {
+        const std::string_view option = options.substr(0, options.find('&'));
+        options.remove_prefix(std::min(option.size() + 1, options.size()));
+        const std::string_view key = option.substr(0, option.find('='));
+        if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
+            error = "option " + quoted(key) + " is given twice";
+            return false;
+        }
+        keys.push_back(key);
+        if (!take_option(option, device, error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::unique_ptr<FrameSource> open_source(const DeviceText& device, std::string& error) {
+    return device.scheme == "sim" ? open_sim_source(device.source_options, error)
+                                  : open_pcap_source(device.path, error);
+}
+
+} // namespace
+
+bool parse_device_text(std::string_view text, DeviceText& device, std::string& error) {
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        error = "no source in device " + quoted(text) + "; " + std::string(kSchemes);
+        return false;
+    }
+    device.scheme = text.substr(0, colon);
+    std::string_view rest = text.substr(colon + 1);
+    if (device.scheme == "pcap") {
+        // The last question mark, so that a path may hold one when options follow.
+        const std::size_t mark = std::min(rest.rfind('?'), rest.size());
+        device.path = rest.substr(0, mark);
+        rest.remove_prefix(std::min(mark + 1, rest.size()));
+        if (device.path.empty()) {
+            error = "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop";
+            return false;
+        }
+    } else if (device.scheme != "sim") {
+        error = "unknown source " + quoted(device.scheme) + " in device " + quoted(text) + "; " +
+                std::string(kSchemes);
+        return false;
+    }
+    if (!take_options(rest, device, error)) {
+        return false;
+    }
+    if (device.scheme == "pcap" && !device.source_options.empty()) {
+        error = "unknown option " + quoted(device.source_options.begin()->first) +
+                "; pcap: knows eof=stop|idle and speed=F";
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<Card> open_card(std::string_view text, std::string& error) {
+    DeviceText device;
+    if (!parse_device_text(text, device, error)) {
+        return nullptr;
+    }
+    if (device.speed == 0 && !WorkerWatch::available()) {
+        error = "step mode needs /proc to see the feed's threads; mount it or give a speed=F";
+        return nullptr;
+    }
+    auto source = open_source(device, error);
+    if (source == nullptr) {
+        return nullptr;
+    }
+    auto registers = RegisterWindow::create(error);
+    if (registers == nullptr) {
+        return nullptr;
+    }
+    if (device.speed > 0) {
+        return std::make_unique<PacedCard>(std::move(registers), std::move(source), device.at_end,
+                                           device.speed);
+    }
+    return std::make_unique<StepCard>(std::move(registers), std::move(source), device.at_end);
+}
+
+} // namespace softcard

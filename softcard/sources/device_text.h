@@ -1,0 +1,34 @@
+#pragma once
+
+// The device name of a software card: which source it has, and how it plays it.
+//
+//   sim:key=value&...            the simulated exchange
+//   pcap:PATH?key=value&...      a capture file
+//
+// eof and speed belong to the card and mean the same with every source; whatever else is named is
+// the source's own.
+
+#include "softcard/firmware/card.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace softcard {
+
+struct DeviceText {
+    std::string scheme;
+    std::string path; // pcap: only
+    AtEnd at_end = AtEnd::kIdle;
+    double speed = 0; // 0: step mode
+    std::map<std::string, std::string> source_options;
+};
+
+// False with a one-line reason in `error` that says what would work.
+bool parse_device_text(std::string_view text, DeviceText& device, std::string& error);
+
+// The card that the text describes, with its source opened; null with a reason in `error`.
+std::unique_ptr<Card> open_card(std::string_view text, std::string& error);
+
+} // namespace softcard

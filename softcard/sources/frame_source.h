@@ -1,0 +1,30 @@
+#pragma once
+
+// Where a software card gets its frames from. A source is a sequence of whole Ethernet frames with
+// time stamps that never fall; the firmware model decides what each frame is and whether the card
+// passes it. Pulled by the card, on the thread that polls it; a source starts no thread.
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace softcard {
+
+struct SourceFrame {
+    uint64_t timestamp_ns = 0;      // since the Unix epoch
+    std::span<const uint8_t> bytes; // whole Ethernet frame, valid until the next call of next()
+};
+
+class FrameSource {
+public:
+    FrameSource() = default;
+    FrameSource(const FrameSource&) = delete;
+    FrameSource& operator=(const FrameSource&) = delete;
+    virtual ~FrameSource() = default;
+
+    // The next frame, or false once the source is exhausted (and then always).
+    virtual bool next(SourceFrame& frame) = 0;
+};
+
+} // namespace softcard

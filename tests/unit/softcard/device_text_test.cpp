@@ -1,0 +1,106 @@
+#include "softcard/sources/device_text.h"
+
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+namespace softcard {
+namespace {
+
+using namespace test;
+
+DeviceText parse_good(const std::string& text) {
+    DeviceText device;
+    std::string error;
+    EXPECT_TRUE(parse_device_text(text, device, error)) << error;
+    return device;
+}
+
+TEST(DeviceText, NamesACaptureAndHowToPlayIt) {
+    const DeviceText plain = parse_good("pcap:/data/a.pcap");
+    EXPECT_EQ(plain.scheme, "pcap");
+    EXPECT_EQ(plain.path, "/data/a.pcap");
+    EXPECT_EQ(plain.at_end, AtEnd::kIdle);
+    EXPECT_EQ(plain.speed, 0);
+    const DeviceText full = parse_good("pcap:a.pcap?eof=stop&speed=2.5");
+    EXPECT_EQ(full.path, "a.pcap");
+    EXPECT_EQ(full.at_end, AtEnd::kStop);
+    EXPECT_EQ(full.speed, 2.5);
+    EXPECT_EQ(parse_good("pcap:what?.pcap?eof=idle").path, "what?.pcap");
+    EXPECT_EQ(parse_good("pcap:C:/a.pcap").path, "C:/a.pcap");
+    EXPECT_EQ(parse_good("pcap:a.pcap?").path, "a.pcap");
+}
+
+TEST(DeviceText, HandsTheSimulatorItsOwnOptions) {
+    EXPECT_TRUE(parse_good("sim:").source_options.empty());
+    const DeviceText device = parse_good("sim:seed=7&eof=stop&instruments=40&speed=1e3");
+    EXPECT_EQ(device.scheme, "sim");
+    EXPECT_EQ(device.at_end, AtEnd::kStop);
+    EXPECT_EQ(device.speed, 1000);
+    EXPECT_EQ(device.source_options,
+              (std::map<std::string, std::string>{{"seed", "7"}, {"instruments", "40"}}));
+}
+
+struct ErrorCase {
+    const char* name;
+    const char* text;
+    const char* error;
+};
+
+const ErrorCase kErrors[] = {
+    {"NoScheme", "exanic0",
+     "no source in device \"exanic0\"; use sim:key=value&... or pcap:PATH?key=value&..."},
+    {"UnknownScheme", "tap:eth0",
+     "unknown source \"tap\" in device \"tap:eth0\"; use sim:key=value&... or "
+     "pcap:PATH?key=value&..."},
+    {"NoPath", "pcap:", "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
+    {"NoPathButOptions", "pcap:?eof=stop",
+     "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
+    {"UnknownOption", "pcap:a?loop=1",
+     "unknown option \"loop\"; pcap: knows eof=stop|idle and speed=F"},
+    {"BadEnd", "pcap:a?eof=repeat", "eof=repeat: must be stop or idle"},
+    {"EmptyEnd", "sim:eof=", "eof=: must be stop or idle"},
+    {"ZeroSpeed", "sim:speed=0",
+     "speed=0: must be a number greater than 0, or left out for step mode"},
+    {"NegativeSpeed", "sim:speed=-1",
+     "speed=-1: must be a number greater than 0, or left out for step mode"},
+    {"WordSpeed", "sim:speed=fast",
+     "speed=fast: must be a number greater than 0, or left out for step mode"},
+    {"SpeedAndMore", "sim:speed=2x",
+     "speed=2x: must be a number greater than 0, or left out for step mode"},
+    {"EndlessSpeed", "sim:speed=inf",
+     "speed=inf: must be a number greater than 0, or left out for step mode"},
+    {"NoEquals", "sim:seed", "\"seed\" is not key=value"},
+    {"NoKey", "sim:=7", "\"=7\" is not key=value"},
+    {"EmptyOption", "sim:seed=1&&eof=stop", "\"\" is not key=value"},
+    {"Twice", "sim:seed=1&seed=2", "option \"seed\" is given twice"},
+    {"EndTwice", "sim:eof=stop&eof=idle", "option \"eof\" is given twice"},
+};
+
+TEST(DeviceText, SaysWhatIsWrongAndWhatWouldWork) {
+    for (const ErrorCase& row : kErrors) {
+        DeviceText device;
+        std::string error;
+        EXPECT_FALSE(parse_device_text(row.text, device, error)) << row.name;
+        EXPECT_EQ(error, row.error) << row.name;
+    }
+}
+
+TEST(DeviceText, OpensTheKindOfCardThatIsAskedFor) {
+    const TempDir directory;
+    const std::string path = directory.file("a.pcap", pcap_of({shfe_change(1, 1)}));
+    std::string error;
+    for (const char* const options : {"", "?speed=1"}) {
+        const auto card = open_card("pcap:" + path + options, error);
+        ASSERT_NE(card, nullptr) << error;
+        program_lines(card->registers().program_view());
+        switch_on(card->registers().program_view());
+        Reader reader = card->new_reader(0);
+        EXPECT_EQ(poll(*card, reader), decode_payload(1, 1));
+    }
+    EXPECT_EQ(open_card("pcap:" + directory.path("none"), error), nullptr);
+    EXPECT_NE(error.find("No such file"), std::string::npos);
+}
+
+} // namespace
+} // namespace softcard

@@ -1,0 +1,112 @@
+// vorn replay: runs the feed over a capture with a consumer that only counts.
+
+#include "tools/vorn/data_out.h"
+#include "tools/vorn/exit_code.h"
+#include "tools/vorn/feed/feed_run.h"
+#include "tools/vorn/feed/feed_text.h"
+#include "tools/vorn/messages.h"
+#include "tools/vorn/progress.h"
+#include "tools/vorn/subcommands.h"
+#include "tools/vorn/terminal.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <bitset>
+#include <memory>
+#include <unistd.h>
+
+namespace vorn_cli {
+
+namespace {
+
+struct ReplayOptions {
+    std::string capture;
+    std::string config;
+    double speed = 0;
+};
+
+class Counter final : public FeedWatcher {
+public:
+    explicit Counter(const Globals& globals) : progress_(globals, "updates", 0) {}
+
+    void on_update(const instrument&, uint32_t slot) override {
+        ++updates_;
+        seen_.set(slot);
+        progress_.update(updates_);
+    }
+    void finish() { progress_.finish(); }
+
+    uint64_t updates() const { return updates_; }
+    std::size_t instruments() const { return seen_.count(); }
+
+private:
+    Progress progress_;
+    uint64_t updates_ = 0;
+    std::bitset<INSTRUMENT_SLOT_CNT> seen_;
+};
+
+int run_replay(const ReplayOptions& options, const Globals& globals) {
+    Counter counter(globals);
+    const FeedReport report = run_feed({options.config, options.capture, options.speed}, counter);
+    counter.finish();
+
+    const double live = std::chrono::duration<double>(
+                            report.counters.time_in[static_cast<std::size_t>(FeedPhase::kLive)])
+                            .count();
+    const double rate =
+        live > 0
+            ? static_cast<double>(report.counters.decode_buffers - report.counters.cached) / live
+            : 0.0;
+    DataOut out(STDOUT_FILENO);
+    if (globals.json) {
+        nlohmann::json object = to_json(report);
+        object["capture"] = options.capture;
+        object["updates"] = counter.updates();
+        object["instruments"] = counter.instruments();
+        object["live_buffers_per_second"] = rate;
+        out.json(object);
+    } else {
+        out.line(fmt::format("{:<18}{:>14}", "updates", grouped(counter.updates())));
+        out.line(fmt::format("{:<18}{:>14}", "instruments", grouped(counter.instruments())));
+        for (const std::string& line : feed_lines(report)) {
+            out.line(printable(line));
+        }
+        out.line(fmt::format("{:<18}{:>14} decode buffers a second", "live rate",
+                             grouped(static_cast<uint64_t>(rate))));
+    }
+    out.close();
+    if (report.result != 0) {
+        throw Failure(kFailed, fmt::format("the feed gave up: {}", reason_of(report.log)));
+    }
+    if (report.counters.gaps != 0) {
+        throw Failure(kDiffer, fmt::format("{} in the change numbers: {}",
+                                           report.counters.gaps == 1 ? "a gap" : "gaps",
+                                           reason_of(report.log)));
+    }
+    return kFine;
+}
+
+} // namespace
+
+void add_replay(CLI::App& app, Globals& globals) {
+    CLI::App& sub = add_subcommand(
+        app, "replay", "run the feed over a capture and count what becomes of it",
+        {{"vorn replay session.pcap", "as fast as it goes; nothing is lost"},
+         {"vorn replay session.pcap --speed 1", "in the time in which it was recorded"},
+         {"vorn replay session.pcap --config vorn.ini --json", "your own subscription, as JSON"}});
+    auto options = std::make_shared<ReplayOptions>();
+    sub.add_option("CAPTURE", options->capture, "capture file (pcap)")->required();
+    sub.add_option("--speed", options->speed, "times as fast as recorded; frames can be lost")
+        ->option_text("N")
+        ->check(CLI::PositiveNumber);
+    sub.add_option("--config", options->config,
+                   "configuration of the feed (its device is not used); by default every "
+                   "instrument of both feeds")
+        ->option_text("FILE");
+    add_json_flag(sub, globals);
+    add_message_flags(sub, globals);
+    on_run(sub, globals, [options](const Globals& g) { return run_replay(*options, g); });
+}
+
+} // namespace vorn_cli

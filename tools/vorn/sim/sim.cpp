@@ -1,0 +1,224 @@
+// vorn sim: a simulated session as a capture, with the truth and a manifest beside it.
+
+#include "exchange_sim/pcap_writer.h"
+#include "exchange_sim/session_options.h"
+#include "exchange_sim/truth_file.h"
+#include "tools/vorn/data_out.h"
+#include "tools/vorn/exit_code.h"
+#include "tools/vorn/messages.h"
+#include "tools/vorn/progress.h"
+#include "tools/vorn/run_flag.h"
+#include "tools/vorn/session_files.h"
+#include "tools/vorn/sim/sha256.h"
+#include "tools/vorn/subcommands.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <unistd.h>
+
+namespace vorn_cli {
+
+namespace {
+
+struct SimOptions {
+    uint64_t seed = 7;
+    std::string seconds;
+    std::string changes;
+    uint32_t instruments = 400;
+    uint32_t rate = 20'000;
+    std::vector<std::string> set; // key=value, any option of the simulator
+    bool no_truth = false;
+};
+
+exchange_sim::SessionOptions session_options(const SimOptions& options) {
+    std::map<std::string, std::string> pairs = {
+        {"seed", std::to_string(options.seed)},
+        {"instruments", std::to_string(options.instruments)},
+        {"rate", std::to_string(options.rate)},
+        // The session ends at whichever comes first; by default it lasts a minute.
+        {"seconds", options.seconds.empty() && options.changes.empty() ? "60" : options.seconds},
+        {"changes", options.changes.empty() ? "0" : options.changes},
+    };
+    if (pairs["seconds"].empty()) {
+        pairs["seconds"] = "0";
+    }
+    for (const std::string& pair : options.set) {
+        const std::size_t equals = pair.find('=');
+        if (equals == std::string::npos) {
+            throw Failure(kUsage, fmt::format("--set takes key=value, not '{}'", pair));
+        }
+        pairs[pair.substr(0, equals)] = pair.substr(equals + 1);
+    }
+    const auto parsed = exchange_sim::parse_session_options(pairs);
+    if (!parsed.ok()) {
+        throw Failure(kUsage, parsed.error);
+    }
+    return parsed.options;
+}
+
+// The truth, written while the session is made.
+class TruthFile {
+public:
+    TruthFile(const std::string& path, bool force) : part_(path, force) {
+        stream_.reset(::fdopen(::dup(part_.descriptor()), "wb"));
+        if (!stream_) {
+            throw Failure(kFailed, fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+        }
+        std::setvbuf(stream_.get(), nullptr, _IOFBF, std::size_t{1} << 20);
+    }
+    void begin(exchange_sim::Session& session) {
+        writer_.emplace(stream_.get(), session);
+        session.on_change([this](std::size_t index, const exchange_sim::ExpectedRecord& record) {
+            writer_->change(index, record);
+        });
+    }
+    void commit() {
+        writer_->finish();
+        stream_.reset();
+        part_.commit();
+    }
+
+private:
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    PartFile part_;
+    std::unique_ptr<std::FILE, Close> stream_;
+    std::optional<exchange_sim::TruthWriter> writer_;
+};
+
+nlohmann::json manifest(const SimOptions& options, const exchange_sim::SessionOptions& session,
+                        const exchange_sim::WriteResult& written, const SessionFiles& files,
+                        uint64_t first_ns, uint64_t last_ns) {
+    const auto& c = written.counters;
+    nlohmann::json object = {
+        {"format", 1},
+        {"capture", file_name(files.capture)},
+        {"capture_sha256", sha256_of_file(files.capture)},
+        {"seed", session.seed},
+        {"instruments", session.instruments},
+        {"rate", session.rate},
+        {"changes", c.changes},
+        {"trades", c.trades},
+        {"datagrams", c.datagrams},
+        {"tcp_segments", c.tcp_segments},
+        {"frames", written.frames},
+        {"shfe_rounds", c.shfe_rounds},
+        {"ine_rounds", c.ine_rounds},
+        {"first_ns", first_ns},
+        {"last_ns", last_ns},
+        {"time_zone",
+         "stamps are nanoseconds since the Unix epoch in UTC; the exchange is at UTC+8"},
+        {"set", options.set},
+    };
+    if (!options.no_truth) {
+        object["truth"] = file_name(files.truth);
+        object["truth_sha256"] = sha256_of_file(files.truth);
+    }
+    return object;
+}
+
+int run_sim(const SimOptions& options, const Globals& globals) {
+    const auto session = session_options(options);
+    if (globals.output.empty()) {
+        throw Failure(kUsage, "say where to write the session: -o session.pcap");
+    }
+    suffix_of(globals.output, {".pcap"});
+    const SessionFiles files = session_files(globals.output);
+    refuse_existing({files.capture, files.manifest, options.no_truth ? "" : files.truth},
+                    globals.force);
+
+    RunFlag run;
+    std::optional<TruthFile> truth;
+    if (!options.no_truth) {
+        truth.emplace(files.truth, globals.force);
+    }
+    const uint64_t wanted = session.changes != 0
+                                ? session.changes
+                                : session.seconds_ns / 1'000'000 * session.rate / 1000;
+    Progress progress(globals, "changes", wanted);
+    uint64_t first_ns = 0;
+    uint64_t last_ns = 0;
+    exchange_sim::Session* running = nullptr;
+    exchange_sim::WriteHooks hooks;
+    hooks.begin = [&](exchange_sim::Session& made) {
+        running = &made;
+        if (truth) {
+            truth->begin(made);
+        }
+    };
+    hooks.frame = [&](const exchange_sim::WireFrame& frame) {
+        first_ns = first_ns == 0 ? frame.timestamp_ns : first_ns;
+        last_ns = frame.timestamp_ns;
+        progress.update(running->counters().changes);
+        return run.running();
+    };
+    const auto written = exchange_sim::write_session(files.capture, session, hooks);
+    progress.finish();
+    if (!written.ok()) {
+        if (!run.running()) {
+            say(globals, "interrupted: nothing was kept");
+            return kFine;
+        }
+        throw Failure(kFailed, written.error);
+    }
+    if (truth) {
+        truth->commit();
+    }
+    const nlohmann::json object = manifest(options, session, written, files, first_ns, last_ns);
+    DataOut manifest_out(files.manifest, true, STDOUT_FILENO);
+    manifest_out.line(object.dump(2));
+    manifest_out.close();
+
+    if (globals.json) {
+        DataOut out(STDOUT_FILENO);
+        out.json(object);
+        out.close();
+    } else {
+        say(globals, "{}: {} changes, {} frames, {} snapshot rounds, sha256 {}", files.capture,
+            written.counters.changes, written.frames,
+            written.counters.shfe_rounds + written.counters.ine_rounds,
+            object["capture_sha256"].get<std::string>());
+    }
+    return kFine;
+}
+
+} // namespace
+
+void add_sim(CLI::App& app, Globals& globals) {
+    CLI::App& sub = add_subcommand(
+        app, "sim", "simulate a trading session into a capture, with the truth beside it",
+        {{"vorn sim -o session.pcap", "a minute of 400 instruments; also session.truth and "
+                                      "session.manifest.json"},
+         {"vorn sim -o s.pcap --seed 7 --seconds 60 --instruments 800 --rate 200000",
+          "the same seed and options give the same bytes"},
+         {"vorn sim -o s.pcap --set feeds=shfe --set options_percent=0", "any option of the "
+                                                                         "simulator"}});
+    auto options = std::make_shared<SimOptions>();
+    sub.add_option("--seed", options->seed, "seed of the session (7)")->option_text("N");
+    sub.add_option("--seconds", options->seconds, "length in simulated seconds (60)")
+        ->option_text("S");
+    sub.add_option("--changes", options->changes, "length in changes")->option_text("N");
+    sub.add_option("--instruments", options->instruments, "instruments of all feeds (400)")
+        ->option_text("N");
+    sub.add_option("--rate", options->rate, "changes a simulated second, on average (20000)")
+        ->option_text("N");
+    sub.add_option("--set", options->set, "an option of the simulator")
+        ->option_text("KEY=VALUE")
+        ->allow_extra_args(false);
+    sub.add_flag("--no-truth", options->no_truth, "write no truth file");
+    sub.footer(sub.get_footer() + "\noptions of the simulator, for --set:\n" +
+               exchange_sim::session_options_help());
+    add_output_options(sub, globals, ".pcap");
+    add_json_flag(sub, globals);
+    add_message_flags(sub, globals);
+    on_run(sub, globals, [options](const Globals& g) { return run_sim(*options, g); });
+}
+
+} // namespace vorn_cli

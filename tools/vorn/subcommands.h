@@ -1,0 +1,17 @@
+#pragma once
+
+// Every subcommand of the program, in the order in which --help lists them. A subcommand defines
+// its options here and sets what runs them (on_run); it is linked in by its add function alone.
+
+#include "tools/vorn/globals.h"
+
+#include <CLI/App.hpp>
+
+namespace vorn_cli {
+
+void add_sim(CLI::App& app, Globals& globals);
+void add_replay(CLI::App& app, Globals& globals);
+void add_verify(CLI::App& app, Globals& globals);
+void add_check(CLI::App& app, Globals& globals);
+
+} // namespace vorn_cli
