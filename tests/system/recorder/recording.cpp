@@ -43,15 +43,17 @@ std::string hex(uint32_t value) {
 
 } // namespace
 
+namespace {
+
 // The feed takes numbers up to the count of processors, which may be smaller than the numbers of
 // those that a container may use.
-int usable_cpu() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
+int choose_cpu() {
     const int here = sched_getcpu();
     if (here >= 0 && here < get_nprocs()) {
         return here;
     }
+    cpu_set_t set;
+    CPU_ZERO(&set);
     sched_getaffinity(0, sizeof(set), &set);
     for (int cpu = 0; cpu < get_nprocs(); ++cpu) {
         if (CPU_ISSET(cpu, &set)) {
@@ -59,6 +61,14 @@ int usable_cpu() {
         }
     }
     return 0;
+}
+
+} // namespace
+
+// One for the whole process: its number stands in the log, and two runs of a test are compared.
+int usable_cpu() {
+    static const int cpu = choose_cpu();
+    return cpu;
 }
 
 std::string Config::text() const {
