@@ -88,6 +88,7 @@ bool Initialise(FeedContext& feed, const char* configfile) {
 // channel delivers meanwhile. Returns the outcome of the snapshot, MD_INIT_DOING when the run flag
 // dropped.
 int LoadSnapshot(FeedContext& feed, const int* keepRunning) {
+    feed.exanicUdp.ForgetCached();
     // Every instrument passes for now: which ones are subscribed is known after the snapshot.
     feed.exanicDev.StartDecodeData();
     feed.exanicDev.StartOrigData();

@@ -40,6 +40,7 @@ const std::vector<std::string> kKeys = {"device",
                                         "ine4ps",
                                         "timeout_cnt",
                                         "shield_price_check",
+                                        "recovery",
                                         "log_level",
                                         "recvall",
                                         "Device",
@@ -184,6 +185,7 @@ Expected expect(const std::string& text) {
     data.shield_price_check = number_of("shield_price_check", 0) == 1;
     data.shfe2ps = string_of("shfe2ps", "") == "enabled";
     data.ine2ps = string_of("ine2ps", "") == "enabled";
+    data.recovery = string_of("recovery", "") == "enabled";
     expected.mask = static_cast<int>(number_of("log_level", 7));
     expected.result =
         data.device.empty() || (data.recvall == 0 && data.listen_insts.empty()) ? -1 : 0;

@@ -23,7 +23,7 @@ TEST(ConfigRecord, IsEmptyUntilItIsFilled) {
               "shfe2ps_topic_id=0\nshfe4ps_topic_id=0\nine2ps_topic_id=0\nine4ps_topic_id=0\n"
               "md2ps_snap_port=0\nmd4ps_snap_port=0\ncpucore=0\ntimeout_cnt=0\nrecvall=0\n"
               "options=0\nsplit_all_field=0\nshield_price_check=0\nshfe2ps=0\nshfe4ps=0\n"
-              "ine2ps=0\nine4ps=0\n");
+              "ine2ps=0\nine4ps=0\nrecovery=0\n");
 }
 
 TEST(ConfigParse, GivesEveryAbsentKeyItsDefault) {
@@ -53,7 +53,7 @@ TEST(ConfigParse, WritesEveryFieldButThe4psSwitches) {
     data.cpucore = data.timeout_cnt = 77;
     data.recvall = data.options = data.split_all_field = 77;
     data.shield_price_check = data.shfe2ps = data.ine2ps = true;
-    data.shfe4ps = data.ine4ps = true;
+    data.shfe4ps = data.ine4ps = data.recovery = true;
 
     const support::LogCapture capture;
     EXPECT_EQ(CConfigParse(data).InitConfig(path), 0);
@@ -169,6 +169,10 @@ const std::vector<KeyCase> kSwitchKeys = {
     {"shfe2ps =",                       SETS(shfe2ps, false)},
     {"ine2ps = enabled",                SETS(ine2ps, true)},
     {"ine2ps = true",                   SETS(ine2ps, false)},
+    {"recovery = enabled",              SETS(recovery, true)},
+    {"recovery = Enabled",              SETS(recovery, false)},
+    {"recovery = 1",                    SETS(recovery, false)},
+    {"recovery =",                      SETS(recovery, false)},
     // No key switches the 4PS feeds on.
     {"shfe4ps = enabled",               [](Data&) {}},
     {"ine4ps = enabled",                [](Data&) {}},

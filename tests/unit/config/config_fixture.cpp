@@ -26,7 +26,7 @@ std::string describe(const ExanicMdConfigData& data) {
         << "\nsplit_all_field=" << static_cast<int>(data.split_all_field)
         << "\nshield_price_check=" << data.shield_price_check << "\nshfe2ps=" << data.shfe2ps
         << "\nshfe4ps=" << data.shfe4ps << "\nine2ps=" << data.ine2ps << "\nine4ps=" << data.ine4ps
-        << "\n";
+        << "\nrecovery=" << data.recovery << "\n";
     return out.str();
 }
 

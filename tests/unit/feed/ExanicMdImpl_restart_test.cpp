@@ -150,39 +150,72 @@ TEST(FeedRestart, FollowsATopicThatIsNobodys) {
     EXPECT_EQ(feed.updates.size(), 1U);
 }
 
-// The put offset outlives a live gap, while each replay reads from the start of the cache: the
-// second replay decodes the first cycle's entry again and leaves its own unread.
-TEST(FeedRestart, ReplaysTheStartOfTheCacheAfterALiveGap) {
-    const auto priced = [](uint32_t change_no, int32_t ticks) {
-        return wirekit::decode_buffer()
-            .topic(1000)
-            .instrument(3)
-            .change_no(change_no)
-            .deal(ticks, 0, 0, 0)
-            .bytes();
-    };
-    FeedFixture feed;
-    feed.config = shfe_config(feed.cpu(), "log_level = 31\n");
+Bytes priced(uint32_t change_no, int32_t ticks) {
+    return wirekit::decode_buffer()
+        .topic(1000)
+        .instrument(3)
+        .change_no(change_no)
+        .deal(ticks, 0, 0, 0)
+        .bytes();
+}
+
+// Two cycles, each with one cached change, and a gap between them. Logs every cache offset.
+void run_two_cached_cycles(FeedFixture& feed, const std::string& keys) {
+    feed.config = shfe_config(feed.cpu(), "log_level = 31\n" + keys);
     feed.cycles = {
         {{priced(8, 11)}, snapshot_frames(kShfe, {rebar()}), {{}, shfe_stamp(10)}},
         {{priced(8, 22)}, snapshot_frames(kShfe, {rebar()}, 1), {{}, shfe_stamp(9, 90)}}};
     EXPECT_EQ(feed.run(), 0);
+}
+
+// An entry is 8 bytes and its buffer: 24 bytes of header and 32 of the deal field.
+Lines cache_lines(const FeedFixture& feed) {
+    Lines lines;
+    for (const std::string& line : feed.log) {
+        if (line.find(" offset: ") != std::string::npos) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+// The put offset outlives a live gap, while each replay reads from the start of the cache: the
+// second replay decodes the first cycle's entry again and leaves its own unread.
+TEST(FeedRestart, ReplaysTheStartOfTheCacheAfterALiveGap) {
+    FeedFixture feed;
+    run_two_cached_cycles(feed, "");
     ASSERT_EQ(feed.updates.size(), 1U);
     EXPECT_EQ(feed.updates[0].record.last_px, 3011.0) << "the entry of the first cycle";
     EXPECT_EQ(feed.updates[0].record.change_no, 9U);
-    Lines cache_lines;
-    for (const std::string& line : feed.log) {
-        if (line.find(" offset: ") != std::string::npos) {
-            cache_lines.push_back(line);
-        }
-    }
-    // An entry is 8 bytes and its buffer: 24 bytes of header and 32 of the deal field.
     EXPECT_THAT(
-        cache_lines,
+        cache_lines(feed),
         ElementsAre("X ExanicUdpFunc CachePacket cache decode buffer offset: 0, count: 0",
                     "X ExanicUdpFunc ProcessCached process decode buffer offset: 0, size: 56",
                     "X ExanicUdpFunc CachePacket cache decode buffer offset: 64, count: 0",
                     "X ExanicUdpFunc ProcessCached process decode buffer offset: 0, size: 56"));
+}
+
+TEST(FeedRestart, StartsWithAnEmptyCacheWhenRecoveryIsEnabled) {
+    FeedFixture feed;
+    run_two_cached_cycles(feed, "recovery = enabled\n");
+    ASSERT_EQ(feed.updates.size(), 1U);
+    EXPECT_EQ(feed.updates[0].record.last_px, 3022.0) << "the entry of the second cycle";
+    EXPECT_THAT(
+        cache_lines(feed),
+        ElementsAre("X ExanicUdpFunc CachePacket cache decode buffer offset: 0, count: 0",
+                    "X ExanicUdpFunc ProcessCached process decode buffer offset: 0, size: 56",
+                    "X ExanicUdpFunc CachePacket cache decode buffer offset: 0, count: 0",
+                    "X ExanicUdpFunc ProcessCached process decode buffer offset: 0, size: 56"));
+}
+
+TEST(FeedRestart, KeepsTheCacheForAnyOtherValueOfRecovery) {
+    for (const char* keys : {"recovery = Enabled\n", "recovery = 1\n", "recovery =\n"}) {
+        SCOPED_TRACE(keys);
+        FeedFixture feed;
+        run_two_cached_cycles(feed, keys);
+        ASSERT_EQ(feed.updates.size(), 1U);
+        EXPECT_EQ(feed.updates[0].record.last_px, 3011.0);
+    }
 }
 
 TEST(FeedRestart, MayRepeatManyTimes) {

@@ -38,6 +38,8 @@ const LineCase kLineCases[] = {
     {"SwitchInCapitals",     "shfe2ps = Enabled",       4, kError, "switch", "small letters"},
     {"SwitchTrue",           "ine2ps = true",           5, kError, "switch", "only the word enabled"},
     {"SwitchOne",            "shfe2ps = 1",             4, kError, "switch", "it is off"},
+    {"RecoveryOne",          "recovery = 1",            7, kError, "switch", "switches recovery on; it is off"},
+    {"RecoveryEmpty",        "recovery =",              7, kWarning, "switch", "recovery is off"},
     {"SwitchEmpty",          "shfe2ps =",               4, kWarning, "switch", "no value"},
     // values in general
     {"Quotes",               "device = \"card0\"",      2, kError, "quoted-value", "write device = card0"},
@@ -173,6 +175,8 @@ const SilentCase kSilentCases[] = {
     {"Tabs",                "\tinsts\t=\tall\t"},
     {"ProductAndContract",  "insts = cu, al2603, sc"},
     {"SwitchOff",           "ine2ps = disabled"},
+    {"RecoveryOn",          "recovery = enabled"},
+    {"RecoveryOff",         "recovery = off"},
     {"SwitchNo",            "ine2ps = off"},
     {"OptionsOff",          "options = norecv"},
     {"OptionsEmpty",        "options ="},

@@ -54,6 +54,7 @@ void expect_equal(const EffectiveConfig& ours, const ExanicMdConfigData& feed) {
     EXPECT_EQ(ours.cpucore, feed.cpucore);
     EXPECT_EQ(ours.timeout_cnt, feed.timeout_cnt);
     EXPECT_EQ(ours.shield_price_check, feed.shield_price_check);
+    EXPECT_EQ(ours.recovery, feed.recovery);
     EXPECT_EQ(ours.split_all_field, feed.split_all_field);
     EXPECT_EQ(ours.log_level, static_cast<int>(CCommonLog::GetInstance()->GetLogLevel()));
 }

@@ -56,6 +56,7 @@ const std::vector<KeyInfo>& known_keys() {
         {"options", KeyKind::kOptions, ""},
         {"shfe2ps", KeyKind::kSwitch, ""},
         {"ine2ps", KeyKind::kSwitch, ""},
+        {"recovery", KeyKind::kSwitch, ""},
         {"shfe2ps_ip_a", KeyKind::kAddress, "239.4.42.72:21000"},
         {"shfe2ps_ip_b", KeyKind::kAddress, "239.3.42.71:21000"},
         {"shfe4ps_ip_a", KeyKind::kAddress, "239.3.2.3:21101"},
@@ -123,6 +124,7 @@ EffectiveConfig effective_config(const IniFile& file) {
     config.cpucore = static_cast<int16_t>(number_of(file, "cpucore"));
     config.timeout_cnt = static_cast<int16_t>(number_of(file, "timeout_cnt"));
     config.shield_price_check = number_of(file, "shield_price_check") == 1;
+    config.recovery = text_of(file, "recovery") == "enabled";
     config.split_all_field = static_cast<int8_t>(number_of(file, "split_all_field"));
     config.log_level = static_cast<int>(number_of(file, "log_level"));
     return config;
@@ -139,6 +141,7 @@ nlohmann::json to_json(const EffectiveConfig& config) {
         {"cpucore", config.cpucore},
         {"timeout_cnt", config.timeout_cnt},
         {"shield_price_check", config.shield_price_check},
+        {"recovery", config.recovery},
         {"split_all_field", config.split_all_field},
         {"log_level", config.log_level},
     };

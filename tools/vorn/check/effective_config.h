@@ -55,6 +55,7 @@ struct EffectiveConfig {
     int16_t cpucore = 0;
     int16_t timeout_cnt = 0;
     bool shield_price_check = false;
+    bool recovery = false;
     int8_t split_all_field = 0;
     int log_level = 0;
 

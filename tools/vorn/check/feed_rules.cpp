@@ -22,20 +22,21 @@ bool says_off(const std::string& value) {
     return std::find(kWords.begin(), kWords.end(), value) != kWords.end();
 }
 
-void check_switch(CheckContext& context, const std::string& key) {
+// `what` is what the key switches on, as in "the feed".
+void check_switch(CheckContext& context, const std::string& key, const std::string& what) {
     const IniEntry* const entry = context.entry(key);
     if (entry == nullptr || entry->value == "enabled" || says_off(entry->value)) {
         return;
     }
     if (entry->value.empty()) {
         context.warning(entry->line, "switch", key, fmt::format("{} has no value", key),
-                        "the feed is off", "write enabled or disabled");
+                        what + " is off", "write enabled or disabled");
         return;
     }
     context.error(entry->line, "switch", key, fmt::format("{} = {}", key, quoted(entry->value)),
                   lower(entry->value) == "enabled"
-                      ? "only enabled in small letters switches the feed on; it is off"
-                      : "only the word enabled switches the feed on; it is off",
+                      ? fmt::format("only enabled in small letters switches {} on; it is off", what)
+                      : fmt::format("only the word enabled switches {} on; it is off", what),
                   "write enabled or disabled");
 }
 
@@ -78,8 +79,9 @@ void check_topics(CheckContext& context) {
 } // namespace
 
 void check_feeds(CheckContext& context) {
-    check_switch(context, "shfe2ps");
-    check_switch(context, "ine2ps");
+    check_switch(context, "shfe2ps", "the feed");
+    check_switch(context, "ine2ps", "the feed");
+    check_switch(context, "recovery", "recovery");
     if (!context.config.any_feed()) {
         // At the first of the two switches if there is one.
         const IniEntry* const shfe = context.file.find("shfe2ps");

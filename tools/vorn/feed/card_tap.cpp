@@ -226,8 +226,9 @@ exanic_t* __wrap_exanic_acquire_handle(const char* device_name) {
     if (g_tap != nullptr) {
         vorn_cli::settle(*g_tap); // a cycle may end without another poll
         ++g_tap->counters.cycles;
-        // A cache that failed in its replay was cleared; one that ran dry keeps its put offset.
-        if (g_tap->phase == vorn_cli::FeedPhase::kReplay) {
+        // A cache that failed in its replay was cleared; one that ran dry keeps its put offset,
+        // unless recovery starts every cycle with an empty one.
+        if (g_tap->topics.recovery || g_tap->phase == vorn_cli::FeedPhase::kReplay) {
             g_tap->cache_offset = 0;
         }
         g_tap->cached = 0;

@@ -20,11 +20,13 @@ enum class FeedPhase : uint8_t { kBringUp, kSnapshot, kReplay, kLive, kOver };
 inline constexpr std::size_t kFeedPhases = 5;
 const char* phase_name(FeedPhase phase);
 
-// Topics as configured, so that a decode buffer's instrument can be found in the table.
+// What the tap knows of the configuration: topics, so that a decode buffer's instrument can be
+// found in the table, and what decides which buffers the feed handles and keeps.
 struct TapTopics {
     int16_t shfe[2] = {1000, 1101};
     int16_t ine[2] = {5000, 5101};
-    bool options = true; // options are handled
+    bool options = true;   // options are handled
+    bool recovery = false; // each cycle starts with an empty cache
 };
 
 struct TapCounters {

@@ -66,6 +66,7 @@ std::string read_whole(const std::string& path) {
 IniFile effective_file(const FeedRunOptions& options, const RunDirectory& directory) {
     IniFile file = read_ini(options.config.empty()
                                 ? "[config]\ninsts = all\nshfe2ps = enabled\nine2ps = enabled\n"
+                                  "recovery = enabled\n"
                                 : read_whole(options.config));
     auto& keys = file.sections[std::string(kConfigSection)];
     if (!options.capture.empty()) {
@@ -186,7 +187,8 @@ FeedReport run_feed(const FeedRunOptions& options, FeedWatcher& watcher) {
 
     const TapTopics topics{{config.shfe2ps.topic_id, config.shfe4ps.topic_id},
                            {config.ine2ps.topic_id, config.ine4ps.topic_id},
-                           config.options};
+                           config.options,
+                           config.recovery};
     FeedReport report;
     {
         std::unique_ptr<std::FILE, int (*)(std::FILE*)> nowhere(std::fopen("/dev/null", "w"),

@@ -16,7 +16,7 @@
 namespace vorn_cli {
 
 struct FeedRunOptions {
-    std::string config;  // path of a configuration file; empty: every instrument of both feeds
+    std::string config;  // path of a configuration file; empty: all instruments, with recovery
     std::string capture; // plays this capture instead of the configuration's device
     double speed = 0;    // of the capture; 0: as fast as the feed takes it, nothing lost
 };

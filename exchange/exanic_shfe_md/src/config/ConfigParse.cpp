@@ -50,6 +50,7 @@ int CConfigParse::InitConfig(std::string filename) {
     config.total_listen_cnt = static_cast<uint32_t>(config.listen_insts.size());
     config.timeout_cnt = static_cast<int16_t>(_Number("timeout_cnt", "10"));
     config.shield_price_check = _Number("shield_price_check", "0") == 1;
+    config.recovery = _Text("recovery", "") == "enabled";
 
     const int logLevel = static_cast<int>(_Number("log_level", "7"));
     CCommonLog::GetInstance()->SetLogLevel(static_cast<ELOGLEVEL>(logLevel));

@@ -38,6 +38,9 @@ struct ExanicMdConfigData {
     bool shfe4ps = false; // no key switches the 4PS feeds on
     bool ine2ps = false;
     bool ine4ps = false;
+    // Mends what the feed otherwise carries over a gap; see docs/operations/recovery.md. Not part
+    // of the parameter line.
+    bool recovery = false;
 };
 
 // Reads the INI file into a record. Lenient by design: what cannot be understood is ignored or

@@ -95,6 +95,9 @@ private:
     bool _CheckFrame(char* packet, uint32_t packetLen, Segment& segment) const;
     void _CheckFinishedSnapshot();
 
+    static void _DropLeftovers(TcpSession& session);
+    // Whether sequence number `seq` comes before `other`.
+    bool _IsBefore(uint32_t seq, uint32_t other) const;
     FrameEnd _StartSession(TcpSession& session, const Segment& segment);
     bool _WalkFirstFields(TcpSession& session, const Segment& segment);
     bool _SelectFeed(TcpSession& session, const SnapField& snap) const;

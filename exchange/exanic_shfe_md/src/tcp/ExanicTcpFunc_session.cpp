@@ -2,7 +2,9 @@
 // snapshot round, takes segments in sequence order, keeps early ones, and joins messages that
 // straddle segments.
 //
-// Sequence numbers compare as plain unsigned numbers; a stream does not live long enough to wrap.
+// Sequence numbers compare as plain unsigned numbers, so a stream that wraps stalls. With recovery
+// they compare by their distance, an incomplete message does not stop the drain of held segments,
+// and a session that starts again keeps nothing of the one before.
 
 #include "tcp/ExanicTcpFunc.h"
 
@@ -106,19 +108,28 @@ void DropHead(TcpSession& session) {
 } // namespace
 
 void CExanicTcpFunc::ResetSession(TcpSession& session) {
-    session.frag_flag = 0;
-    session.lost_flag = 0;
+    _DropLeftovers(session);
     session.init = 0;
     session.frag_buf_offset = 0;
     free(session.frag_buf);
     session.frag_buf = nullptr;
+    session.lost_buf_size = 0;
+    session.em_dqp_data_type = MDQP_DATA_TYPE_UNKNOW;
+}
+
+// Forgets fragments and held segments, and nothing else.
+void CExanicTcpFunc::_DropLeftovers(TcpSession& session) {
     while (session.lost_buf_head != nullptr) {
         TcpLostBuf* next = session.lost_buf_head->next;
         free(session.lost_buf_head);
         session.lost_buf_head = next;
     }
-    session.lost_buf_size = 0;
-    session.em_dqp_data_type = MDQP_DATA_TYPE_UNKNOW;
+    session.lost_flag = 0;
+    session.frag_flag = 0;
+}
+
+bool CExanicTcpFunc::_IsBefore(uint32_t seq, uint32_t other) const {
+    return m_refConfigData.recovery ? static_cast<int32_t>(seq - other) < 0 : seq < other;
 }
 
 CExanicTcpFunc::FrameEnd CExanicTcpFunc::_StartSession(TcpSession& session,
@@ -135,6 +146,9 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_StartSession(TcpSession& session,
     session.dst_host = segment.dstHost;
     session.src_port = segment.srcPort;
     session.dst_port = segment.dstPort;
+    if (m_refConfigData.recovery) {
+        _DropLeftovers(session);
+    }
     session.lost_buf_size = 0;
     session.frag_buf_offset = 0;
 
@@ -211,17 +225,21 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_ContinueSession(TcpSession& session,
         return FrameEnd::Finish;
     }
     const uint32_t expected = session.next_expt_seq;
-    if (segment.seq < expected) {
+    if (_IsBefore(segment.seq, expected)) {
         return FrameEnd::Finish;
     }
-    if (segment.seq > expected) {
+    if (segment.seq != expected) {
         return _HoldEarlySegment(session, segment);
     }
     session.next_expt_seq = expected + segment.payloadSize;
     if (session.frag_flag != 0) {
-        // A message that is still incomplete ends the frame: nothing is drained.
-        if (_AppendToMessage(session, segment.payload, segment.payloadSize, segment.dstPort,
-                             MAX_JOINED_SIZE) != AppendResult::Decoded) {
+        // A message that is still incomplete ends the frame: nothing is drained, and what is held
+        // becomes stale, unless recovery is on.
+        const AppendResult result = _AppendToMessage(session, segment.payload, segment.payloadSize,
+                                                     segment.dstPort, MAX_JOINED_SIZE);
+        const bool goOn = result == AppendResult::Decoded ||
+                          (result == AppendResult::Incomplete && m_refConfigData.recovery);
+        if (!goOn) {
             return FrameEnd::Stop;
         }
     } else {
@@ -260,7 +278,7 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_HoldEarlySegment(TcpSession& session,
     TcpLostBuf* at = session.lost_buf_head;
     while (true) {
         const uint32_t seq = SequenceOf(*at);
-        if (segment.seq < seq) {
+        if (_IsBefore(segment.seq, seq)) {
             InsertBefore(session, node, at);
             return FrameEnd::Finish;
         }
@@ -272,7 +290,7 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_HoldEarlySegment(TcpSession& session,
             AppendAfter(session, node, at);
             return FrameEnd::Finish;
         }
-        if (segment.seq <= SequenceOf(*at->next)) {
+        if (!_IsBefore(SequenceOf(*at->next), segment.seq)) {
             InsertBefore(session, node, at->next);
             return FrameEnd::Finish;
         }
@@ -283,10 +301,10 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_HoldEarlySegment(TcpSession& session,
 CExanicTcpFunc::FrameEnd CExanicTcpFunc::_DrainHeldSegments(TcpSession& session, uint16_t dstPort) {
     while (session.lost_flag != 0) {
         const FrameView held = ViewHeldFrame(*session.lost_buf_head);
-        if (session.next_expt_seq < held.seq) {
+        if (_IsBefore(session.next_expt_seq, held.seq)) {
             return FrameEnd::Finish; // the gap is still open
         }
-        if (held.seq < session.next_expt_seq) {
+        if (held.seq != session.next_expt_seq) {
             DropHead(session); // stale
             continue;
         }

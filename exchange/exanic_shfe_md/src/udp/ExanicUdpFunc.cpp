@@ -119,6 +119,14 @@ int32_t CExanicUdpFunc::ProcessCached() {
     return result;
 }
 
+void CExanicUdpFunc::ForgetCached() {
+    if (m_refConfigData.recovery) {
+        m_cachedDecode.piOffset = 0;
+        m_cachedDecode.ciOffset = 0;
+        m_cachedDecode.cachedCount = 0;
+    }
+}
+
 void CExanicUdpFunc::ClearCache() {
     m_cachedDecode.piOffset = 0;
     m_cachedDecode.ciOffset = 0;

@@ -30,6 +30,10 @@ public:
     // is corrupt (it is then cleared).
     int32_t ProcessCached();
 
+    // Starts the cache over, if the configuration asks for recovery: called before a cycle's first
+    // frame. Otherwise what the cache held stays, and the next replay reads it again.
+    void ForgetCached();
+
     // Empties the cache and zeroes all of it. For error paths: it touches 200 MiB.
     void ClearCache();
 
