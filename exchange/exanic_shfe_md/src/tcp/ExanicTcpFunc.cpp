@@ -1,6 +1,6 @@
 // The snapshot channel's two threads. The decoder thread (RunTcpDecoder) polls the card and hands
 // every frame to the worker, which owns sessions, decoding and the price check, so that none of
-// that needs a lock. What crosses: the frame copies, the mask of finished feeds, m_inHandler.
+// that needs a lock. What crosses: the frame copies, the mask of finished feeds, m_handlerCount.
 //
 // Frames are checked in ExanicTcpFunc_frame.cpp, put in order in ExanicTcpFunc_session.cpp, decoded
 // in ExanicTcpFunc_mdqp.cpp; finished books are judged in ExanicTcpFunc_price_check.cpp.

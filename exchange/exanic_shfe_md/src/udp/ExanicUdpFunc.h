@@ -61,13 +61,15 @@ private:
     // Applies one decode buffer of `len` bytes; results as UdpRecv.
     int32_t _ParseMirp(char* packet, uint32_t len);
 
+    // What one message has changed of a record, so that it can be taken back.
+    struct Changes;
+
     // Slot of the instrument, or -1 when the message goes no further, with its result in `result`.
     int32_t _SelectSlot(const MirpHeader& header, uint16_t& exchangeType, int32_t& result);
     bool _IsHandled(const instrument& record) const;
-    static void _ApplyFields(instrument& record, const PriceScale& scale, const char* cursor,
+    static void _ApplyFields(Changes& changes, const PriceScale& scale, const char* cursor,
                              uint32_t remaining);
-    static void _ApplyPriceChange(const instrument& record, BookSide& bid, BookSide& ask,
-                                  const PriceChangeField& change, double price);
+    static void _ApplyPriceChange(Changes& changes, const PriceChangeField& change, double price);
     static bool _BookIsSane(const instrument& record);
 
     const ExanicMdConfigData& m_refConfigData;

@@ -22,6 +22,71 @@ constexpr size_t OPTION_CODE_INDEX = 6; // an identifier with a seventh characte
 
 } // namespace
 
+// Old values are kept group by group, when a group is first changed: a message changes few of them.
+struct CExanicUdpFunc::Changes {
+    enum Group : uint32_t { DEAL = 1, BID_TOTALS = 2, ASK_TOTALS = 4, HIGHEST = 8, LOWEST = 16 };
+
+    instrument& record;
+    BookSide bid;
+    BookSide ask;
+    uint32_t kept = 0; // Group bits
+
+    uint32_t changeNo;
+    uint32_t updateTime;
+    uint16_t updateMilliSec;
+    uint32_t volume;
+    double lastPx;
+    double turnover;
+    double openInterest;
+    int32_t bidTotvol;
+    int32_t askTotvol;
+    double bidTotamount;
+    double askTotamount;
+    double highestPrice;
+    double lowestPrice;
+
+    explicit Changes(instrument& changed)
+        : record(changed), bid(changed.bid_px, changed.bid_vol),
+          ask(changed.ask_px, changed.ask_vol), changeNo(changed.change_no),
+          updateTime(changed.update_time), updateMilliSec(changed.update_milli_sec) {}
+
+    // Whether the group is to be kept now.
+    bool First(Group group) {
+        const bool first = (kept & group) == 0;
+        kept |= group;
+        return first;
+    }
+    void Restore();
+};
+
+void CExanicUdpFunc::Changes::Restore() {
+    record.change_no = changeNo;
+    record.update_time = updateTime;
+    record.update_milli_sec = updateMilliSec;
+    if ((kept & DEAL) != 0) {
+        record.last_px = lastPx;
+        record.volume = volume;
+        record.turnover = turnover;
+        record.open_interest = openInterest;
+    }
+    if ((kept & BID_TOTALS) != 0) {
+        record.bid_totvol = bidTotvol;
+        record.bid_totamount = bidTotamount;
+    }
+    if ((kept & ASK_TOTALS) != 0) {
+        record.ask_totvol = askTotvol;
+        record.ask_totamount = askTotamount;
+    }
+    if ((kept & HIGHEST) != 0) {
+        record.highest_price = highestPrice;
+    }
+    if ((kept & LOWEST) != 0) {
+        record.lowest_price = lowestPrice;
+    }
+    bid.Restore();
+    ask.Restore();
+}
+
 int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     if (len < sizeof(MirpHeader)) {
         MD_LOG(LOG_ERROR, "packet length too small: %u", len);
@@ -69,18 +134,18 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
         return RET_FAILED;
     }
 
-    const instrument savedInst = record;
+    Changes changes(record);
     record.update_time = decode.snapTime;
     record.update_milli_sec = decode.snapMillisec;
     record.change_no = incre.changeNo;
     const PriceScale scale{m_refCalcInfo.priceTick[slot], m_refCalcInfo.codecPrice[slot],
                            static_cast<double>(m_refCalcInfo.volumeMulti[slot])};
-    _ApplyFields(record, scale, packet + sizeof(MirpHeader),
+    _ApplyFields(changes, scale, packet + sizeof(MirpHeader),
                  len - static_cast<uint32_t>(sizeof(MirpHeader)));
     if (!_BookIsSane(record)) {
         // The change number goes back too: the next message of this instrument is then a gap, and
         // the feed takes a fresh snapshot.
-        record = savedInst;
+        changes.Restore();
         return RET_OK;
     }
     return RET_TO_CALLBACK;
@@ -88,8 +153,8 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
 
 // SHFE's topics are tested first. A configured topic that is negative as a signed 16-bit number
 // never matches, because the message's is taken as unsigned.
-int32_t CExanicUdpFunc::_SelectSlot(const MirpHeader& header, uint16_t& exchangeType,
-                                    int32_t& result) {
+inline int32_t CExanicUdpFunc::_SelectSlot(const MirpHeader& header, uint16_t& exchangeType,
+                                           int32_t& result) {
     const int32_t topic = header.decode.topicID;
     const ExanicMdConfigData& config = m_refConfigData;
     const bool shfe = topic == config.shfe2ps_topic_id || topic == config.shfe4ps_topic_id;
@@ -119,7 +184,7 @@ int32_t CExanicUdpFunc::_SelectSlot(const MirpHeader& header, uint16_t& exchange
 }
 
 // Only subscribed instruments have an identifier.
-bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
+inline bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
     const char* instId = reinterpret_cast<const char*>(record.inst_id);
     const bool isOption = instId[OPTION_CODE_INDEX] != '\0';
     if (instId[0] == '\0') {
@@ -139,21 +204,25 @@ bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
 
 // The first field that is unknown or cut short ends the walk; what stood before it stays applied.
 // Volumes wrap modulo 2^32.
-void CExanicUdpFunc::_ApplyFields(instrument& record, const PriceScale& scale, const char* cursor,
-                                  uint32_t remaining) {
-    BookSide bid{record.bid_px, record.bid_vol};
-    BookSide ask{record.ask_px, record.ask_vol};
-
+inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& scale,
+                                         const char* cursor, uint32_t remaining) {
+    instrument& record = changes.record;
     while (remaining >= MIN_FIELD_SIZE) {
         const auto fieldID = ReadRecord<FieldIDType>(cursor);
         MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "fieldID: 0x%x", fieldID);
         uint32_t fieldSize = 0;
         if (fieldID == FIELD_PRICE_CHANGE && remaining >= sizeof(PriceChangeField)) {
             const auto field = ReadRecord<PriceChangeField>(cursor);
-            _ApplyPriceChange(record, bid, ask, field, scale.Price(field.priceOffset));
+            _ApplyPriceChange(changes, field, scale.Price(field.priceOffset));
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_DEAL_SUMMARY && remaining >= sizeof(DealSummaryField)) {
             const auto field = ReadRecord<DealSummaryField>(cursor);
+            if (changes.First(Changes::DEAL)) {
+                changes.lastPx = record.last_px;
+                changes.volume = record.volume;
+                changes.turnover = record.turnover;
+                changes.openInterest = record.open_interest;
+            }
             record.last_px = scale.Price(field.lastPriceOffset);
             record.volume += static_cast<uint32_t>(field.volumeChange);
             record.open_interest += static_cast<double>(field.openInterestChange);
@@ -161,22 +230,36 @@ void CExanicUdpFunc::_ApplyFields(instrument& record, const PriceScale& scale, c
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_BUY_STATICS && remaining >= sizeof(BuyStaticsField)) {
             const auto field = ReadRecord<BuyStaticsField>(cursor);
+            if (changes.First(Changes::BID_TOTALS)) {
+                changes.bidTotvol = record.bid_totvol;
+                changes.bidTotamount = record.bid_totamount;
+            }
             record.bid_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.bid_totvol) +
                                                      static_cast<uint32_t>(field.bidVolumeChange));
             record.bid_totamount += scale.Amount(field.bidVolumeChange, field.bidAmountOffset);
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_SELL_STATICS && remaining >= sizeof(SellStaticsField)) {
             const auto field = ReadRecord<SellStaticsField>(cursor);
+            if (changes.First(Changes::ASK_TOTALS)) {
+                changes.askTotvol = record.ask_totvol;
+                changes.askTotamount = record.ask_totamount;
+            }
             record.ask_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.ask_totvol) +
                                                      static_cast<uint32_t>(field.askVolumeChange));
             record.ask_totamount += scale.Amount(field.askVolumeChange, field.askAmountOffset);
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_HIGHEST_PRICE && remaining >= sizeof(HighestPriceField)) {
             const auto field = ReadRecord<HighestPriceField>(cursor);
+            if (changes.First(Changes::HIGHEST)) {
+                changes.highestPrice = record.highest_price;
+            }
             record.highest_price = scale.Price(field.highPriceOffset);
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_LOWEST_PRICE && remaining >= sizeof(LowestPriceField)) {
             const auto field = ReadRecord<LowestPriceField>(cursor);
+            if (changes.First(Changes::LOWEST)) {
+                changes.lowestPrice = record.lowest_price;
+            }
             record.lowest_price = scale.Price(field.lowPriceOffset);
             fieldSize = sizeof(field);
         } else {
@@ -189,12 +272,12 @@ void CExanicUdpFunc::_ApplyFields(instrument& record, const PriceScale& scale, c
     }
 }
 
-void CExanicUdpFunc::_ApplyPriceChange(const instrument& record, BookSide& bid, BookSide& ask,
-                                       const PriceChangeField& change, double price) {
+inline void CExanicUdpFunc::_ApplyPriceChange(Changes& changes, const PriceChangeField& change,
+                                              double price) {
     const int32_t level = change.priceLevel;
     if (level < 1 || level > BookSide::CAPACITY) {
         MD_LOG_AS("_ParseMirp", LOG_ERROR, "invalid priceLevel: %u, instrumentID: %.16s",
-                  change.priceLevel, reinterpret_cast<const char*>(record.inst_id));
+                  change.priceLevel, reinterpret_cast<const char*>(changes.record.inst_id));
         return;
     }
     const uint8_t event = change.eventType;
@@ -206,7 +289,7 @@ void CExanicUdpFunc::_ApplyPriceChange(const instrument& record, BookSide& bid, 
         MD_LOG_AS("_ParseMirp", LOG_ERROR, "unkonwn md entry type: %u", change.mdEntryType);
         return;
     }
-    BookSide& side = change.mdEntryType == MD_ENTRY_TYPE_BID ? bid : ask;
+    BookSide& side = change.mdEntryType == MD_ENTRY_TYPE_BID ? changes.bid : changes.ask;
     const int32_t vol = static_cast<int32_t>(change.volume);
     if (event == MD_EVENT_TYPE_MODIFY) {
         side.Set(level - 1, price, vol);
@@ -219,7 +302,7 @@ void CExanicUdpFunc::_ApplyPriceChange(const instrument& record, BookSide& bid, 
 
 // Neighbours among the first five levels of a side, then the touch. Prices are compared first and
 // emptiness only where that fails; whether the instrument is exempt is looked up last.
-bool CExanicUdpFunc::_BookIsSane(const instrument& record) {
+inline bool CExanicUdpFunc::_BookIsSane(const instrument& record) {
     const double* bidPx = record.bid_px;
     const double* askPx = record.ask_px;
     const auto hasBid = [&](int32_t i) { return !IsEmptyLevel(bidPx[i], record.bid_vol[i]); };
