@@ -104,6 +104,42 @@ TEST(TaskWorker, ATaskThatThrowsDoesNotStopTheWorker) {
     }
 }
 
+TEST(TaskWorker, PostedCallsRunInOrderWithQueuedOnes) {
+    std::vector<int> ran;
+    CThread worker;
+    for (int i = 0; i < 500; ++i) {
+        worker.Post([&ran, i] { ran.push_back(2 * i); });
+        worker.Enqueue([&ran, i] { ran.push_back(2 * i + 1); });
+    }
+    worker.Join();
+    ASSERT_EQ(ran.size(), 1000u);
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(ran[static_cast<std::size_t>(i)], i);
+    }
+}
+
+TEST(TaskWorker, APostedCallThatThrowsIsLostAndTheNextOneRuns) {
+    CThread worker;
+    worker.Post([] { throw 7; });
+    EXPECT_EQ(worker.Enqueue([] { return 5; }).get(), 5);
+}
+
+TEST(TaskWorker, PostAfterJoinThrows) {
+    CThread worker;
+    worker.Join();
+    EXPECT_THROW(worker.Post([] {}), std::runtime_error);
+}
+
+TEST(TaskWorker, ASleepingWorkerIsWokenEachTime) {
+    CThread worker;
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(worker.Enqueue([i] { return i; }).get(), i);
+        if (i % 20 == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // it falls asleep
+        }
+    }
+}
+
 TEST(TaskWorker, FuturesCarryResultsOfCallsWithArguments) {
     struct Counter {
         int value = 10;

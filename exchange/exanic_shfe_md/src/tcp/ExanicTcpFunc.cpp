@@ -15,7 +15,6 @@
 #include <time.h>
 
 #include <cstring>
-#include <memory>
 #include <utility>
 
 namespace {
@@ -97,6 +96,7 @@ void CExanicTcpFunc::RunTcpDecoder() {
         MD_LOG(LOG_INFO, "initialization completed");
     }
     worker.Join();
+    m_framePool.Release(); // the backlog of one phase is not kept for the next
 }
 
 bool CExanicTcpFunc::TcpRecv(CThread& worker) {
@@ -110,10 +110,10 @@ bool CExanicTcpFunc::TcpRecv(CThread& worker) {
         MD_LOG(LOG_WARNING, "receive abnormal decode length: %u", size);
         return true;
     }
-    std::unique_ptr<char[]> frame(new char[size + DECODE_SLACK]);
-    memcpy(frame.get(), m_recvBuf, size);
-    memset(frame.get() + size, 0, DECODE_SLACK);
-    worker.Enqueue([this, frame = std::move(frame), size] { _HandleTask(frame.get(), size); });
+    FramePool::Handle frame = m_framePool.Take();
+    memcpy(frame->bytes, m_recvBuf, size);
+    memset(frame->bytes + size, 0, DECODE_SLACK);
+    worker.Post([this, frame = std::move(frame), size] { _HandleTask(frame->bytes, size); });
     return true;
 }
 

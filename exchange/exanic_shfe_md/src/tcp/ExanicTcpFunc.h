@@ -3,6 +3,7 @@
 
 #include "ExanicMdTypes.h"
 #include "config/ConfigParse.h"
+#include "tcp/FramePool.h"
 #include "tcp/MdqpRecords.h"
 #include "tcp/TcpSession.h"
 
@@ -54,7 +55,7 @@ public:
     int GetInitialized() const { return m_initialized.load(); }
 
     // One receive attempt; an accepted frame becomes a task of the worker. False when nothing was
-    // waiting. Throws what CThread::Enqueue throws.
+    // waiting. Throws what CThread::Post throws, and std::bad_alloc.
     bool TcpRecv(CThread& worker);
 
     // Checks the books of every slot in use: 0, or the first failing check's code.
@@ -147,6 +148,7 @@ private:
     UEnableMask& m_refFinishedMask;
     PriceCalcInfo& m_refCalcInfo;
     char m_recvBuf[RECV_BUF_SIZE];
+    FramePool m_framePool;
     TcpSession m_sessions[MAX_SESSION_CNT]; // by local TCP port
     inter_info inter_infos[INSTRUMENT_SLOT_CNT];
     char m_heldPayload[RECV_BUF_SIZE + DECODE_SLACK]; // a held segment while it is decoded

@@ -5,6 +5,7 @@
 
 #include "CommonLog.h"
 #include "WireRead.h"
+#include "tcp/Checksum.h"
 #include "tcp/FrameLayout.h"
 
 #include <algorithm>
@@ -23,34 +24,13 @@ constexpr uint8_t PROTOCOL_IGMP = 2;
 constexpr uint8_t PROTOCOL_TCP = 6;
 constexpr uint8_t PROTOCOL_UDP = 17;
 
-// Sums 16-bit words in memory order. A one's-complement sum is the same in either byte order but
-// for the order of its own bytes, and all ones reads alike both ways.
-uint64_t SumWords(const char* data, size_t size) {
-    uint64_t sum = 0;
-    for (; size >= 4; size -= 4, data += 4) {
-        sum += ReadRecord<uint32_t>(data);
-    }
-    if (size >= 2) {
-        sum += ReadRecord<uint16_t>(data);
-        size -= 2;
-        data += 2;
-    }
-    if (size != 0) {
-        sum += static_cast<uint8_t>(*data);
-    }
-    return sum;
-}
-
 // The sum over pseudo-header, TCP header with its checksum, and payload must be all ones.
 bool ChecksumIsRight(const char* ip, const char* tcp, uint32_t segmentLen) {
     constexpr uint32_t SOURCE_ADDRESS = 12;
     uint64_t sum = SumWords(ip + SOURCE_ADDRESS, 8) + SumWords(tcp, segmentLen);
     sum += __builtin_bswap16(PROTOCOL_TCP);
     sum += __builtin_bswap16(static_cast<uint16_t>(segmentLen));
-    while (sum >> 16 != 0) {
-        sum = (sum & 0xFFFF) + (sum >> 16);
-    }
-    return sum == 0xFFFF;
+    return FoldSum(sum) == 0xFFFF;
 }
 
 } // namespace

@@ -3,6 +3,15 @@
 #include <iostream>
 
 #include <pthread.h>
+#include <sched.h>
+
+namespace {
+
+// Frames come in bursts, and whoever queues them shares this thread's CPU: giving the CPU back
+// before falling asleep lets the rest of a burst arrive without a wake-up for each frame.
+constexpr int YIELDS_BEFORE_SLEEP = 2;
+
+} // namespace
 
 CThread::CThread() {
     try {
@@ -32,19 +41,46 @@ void CThread::Join() {
     }
 }
 
+void CThread::_Queue(Task&& task) {
+    bool wake = false;
+    {
+        const std::lock_guard<std::mutex> lock(queueMutex);
+        if (stop) {
+            throw std::runtime_error("Enqueue on stopped CThread");
+        }
+        tasks.push_back(std::move(task));
+        wake = std::exchange(sleeping, false);
+    }
+    if (wake) {
+        condition.notify_one();
+    }
+}
+
 void CThread::_Run() {
     pthread_setname_np(pthread_self(), "PktHdr");
+    std::vector<Task> batch;
     for (;;) {
-        std::function<void()> task;
         {
             std::unique_lock<std::mutex> lock(queueMutex);
-            condition.wait(lock, [this] { return stop || !tasks.empty(); });
+            for (int i = 0; i < YIELDS_BEFORE_SLEEP && !stop && tasks.empty(); ++i) {
+                lock.unlock();
+                sched_yield();
+                lock.lock();
+            }
+            while (!stop && tasks.empty()) {
+                sleeping = true;
+                condition.wait(lock);
+            }
+            sleeping = false;
             if (tasks.empty()) {
                 return;
             }
-            task = std::move(tasks.front());
-            tasks.pop();
+            batch.swap(tasks);
         }
-        task();
+        for (Task& task : batch) {
+            task.Run();
+            task.Reset(); // what it owned goes back before the next one runs
+        }
+        batch.clear();
     }
 }
