@@ -3,6 +3,7 @@
 #include "bench/harness/contest.h"
 #include "bench/harness/report.h"
 #include "bench/harness/stand_in_card.h"
+#include "bench/reference/feed_parts.h"
 #include "bench/reference/limit_live.h"
 #include "bench/reference/literal_live.h"
 #include "bench/reference/live_stream.h"
@@ -30,17 +31,7 @@ void on_update(instrument* record) {
     g_sum += record->last_px;
 }
 
-ExanicMdConfigData feed_config() {
-    ExanicMdConfigData config;
-    config.shfe2ps_topic_id = static_cast<int16_t>(kShfeTopic);
-    config.shfe4ps_topic_id = 1101;
-    config.ine2ps_topic_id = static_cast<int16_t>(kIneTopic);
-    config.ine4ps_topic_id = 5101;
-    config.options = 1;
-    return config;
-}
-
-void ask(uint32_t instruments, int log_level, const std::string& suffix) {
+void ask(uint32_t instruments, int log_level) {
     const auto fresh = make_market(instruments);
     const auto market = std::make_unique<Market>();
     const FrameList frames = make_live_stream(instruments, kMessages);
@@ -80,7 +71,7 @@ void ask(uint32_t instruments, int log_level, const std::string& suffix) {
                   {"limit", reset, [&] { loop([&] { return limit->receive(slot); }); }, hash},
                   {"literal", reset, [&] { loop([&] { return literal->receive(slot); }); }, hash}});
     const std::string name =
-        std::to_string(instruments) + (instruments == 1 ? " instrument" : " instruments") + suffix;
+        std::to_string(instruments) + (instruments == 1 ? " instrument" : " instruments");
     for (const char* contender : {"limit", "vorn", "literal"}) {
         report_figure("G1", contender, name, times.ns(contender), "ns");
     }
@@ -93,7 +84,7 @@ void ask(uint32_t instruments, int log_level, const std::string& suffix) {
 int main() {
     report_run("live_path", pin_to_one_processor());
     for (const uint32_t instruments : {1u, 800u, 20'480u}) {
-        ask(instruments, 7, "");
+        ask(instruments, 7);
     }
     return 0;
 }
