@@ -182,12 +182,13 @@ TEST_F(CaptureTalliesOf, SessionsCountTheirSegments) {
               .to(0x0A010101, 33022)
               .flags(wirekit::kTcpAck | wirekit::kTcpFin)
               .bytes());
+    segment({}, wirekit::kTcpFin | wirekit::kTcpAck);
     segment({}, wirekit::kTcpRst | wirekit::kTcpAck);
     const SessionTally& one = session();
-    EXPECT_EQ(one.segments, 8u);
+    EXPECT_EQ(one.segments, 9u);
     EXPECT_EQ(one.data_segments, 5u);
     EXPECT_EQ(one.syn, 1u);
-    EXPECT_EQ(one.fin, 1u);
+    EXPECT_EQ(one.fin, 2u);
     EXPECT_EQ(one.rst, 1u);
     EXPECT_EQ(one.retransmissions, 1u);
     EXPECT_EQ(one.out_of_order, 1u);
