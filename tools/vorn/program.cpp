@@ -26,6 +26,7 @@ namespace {
 
 constexpr char kExamples[] = "  vorn sim -o s.pcap   simulate a trading session\n"
                              "  vorn verify s.pcap   hold the feed against the truth of the session\n"
+                             "  vorn info s.pcap     what is in a capture\n"
                              "  vorn check vorn.ini  what in the configuration will surprise you\n"
                              "  vorn help check      all about one subcommand\n";
 
@@ -156,6 +157,7 @@ int run(int argc, const char* const* argv) {
     add_sim(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
+    add_info(app, globals);
     add_check(app, globals);
 
     try {

@@ -2,6 +2,7 @@
 
 // What a capture of the exchange's traffic holds, as far as a configuration can be held against it.
 
+#include "tools/vorn/capture/snapshot_stream.h"
 #include "wirekit/ethernet.h"
 
 #include <cstdint>
@@ -39,21 +40,16 @@ public:
     CaptureSurvey take();
 
 private:
-    // One direction of a TCP connection that has carried the begin of a snapshot message. Segments
-    // may come twice, out of order, or not at all.
+    // A connection that has carried the begin of a snapshot message.
     struct Stream {
-        uint64_t next_seq = 0; // 32-bit sequence numbers, continued beyond their wrap
+        SnapshotStream messages;
         int topic_id = 0;
-        wirekit::Bytes pending;                   // a message that is not complete yet
-        std::map<uint64_t, wirekit::Bytes> ahead; // early segments by sequence number
     };
     using StreamKey = std::tuple<uint32_t, uint16_t, uint32_t, uint16_t>;
 
     void add_segment(const wirekit::ParsedFrame& frame);
     void add_datagram(const wirekit::ParsedFrame& frame);
-    void take_payload(Stream& stream, std::span<const uint8_t> payload);
     void take_message(Stream& stream, std::span<const uint8_t> message);
-    void drain(Stream& stream);
 
     CaptureSurvey survey_;
     std::map<StreamKey, Stream> streams_;
