@@ -1,6 +1,8 @@
 #include "CommonLog.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +21,8 @@
 namespace {
 
 constexpr char LOG_FILE_TAG[] = "CommonLog";
-constexpr size_t MESSAGE_SIZE = 4096; // szLog: bytes of one message with its NUL
+constexpr size_t MESSAGE_SIZE = 4096; // bytes of one message with its NUL
+constexpr size_t SOURCE_SIZE = 512;   // "[file:line][function]"
 constexpr size_t LINE_SIZE = MESSAGE_SIZE + 512;
 constexpr size_t PATH_SIZE = 4096 + 64;
 constexpr char TAIL[] = "\x1b[0m \n";
@@ -27,6 +30,32 @@ constexpr char TAIL[] = "\x1b[0m \n";
 struct LinePart {
     const char* data;
     size_t size;
+};
+
+// Puts text into a buffer of fixed size; what does not fit is cut off.
+class TextBuffer {
+public:
+    TextBuffer(char* begin, size_t size) : m_begin(begin), m_at(begin), m_end(begin + size) {}
+
+    void Put(const char* text) { Put(text, strlen(text)); }
+    void Put(const char* text, size_t size) {
+        const size_t taken = std::min(size, static_cast<size_t>(m_end - m_at));
+        memcpy(m_at, text, taken);
+        m_at += taken;
+    }
+    void PutNumber(long value) { m_at = std::to_chars(m_at, m_end, value).ptr; }
+    void PutNumber(unsigned long value) { m_at = std::to_chars(m_at, m_end, value).ptr; }
+    void PutTwoDigits(int value) {
+        const char digits[] = {static_cast<char>('0' + value / 10 % 10),
+                               static_cast<char>('0' + value % 10)};
+        Put(digits, sizeof(digits));
+    }
+    size_t Size() const { return static_cast<size_t>(m_at - m_begin); }
+
+private:
+    char* m_begin;
+    char* m_at;
+    char* m_end;
 };
 
 // Colour sequence, one blank, tag.
@@ -138,6 +167,13 @@ void CCommonLog::WriteLog(ELOGLEVEL level, const char* format, ...) {
     }
     va_end(again);
 
+    WriteText(level, message, length);
+}
+
+void CCommonLog::WriteText(ELOGLEVEL level, const char* message, size_t length) {
+    if (!IsEnabled(level)) {
+        return;
+    }
     bool clockFailed = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutexLog);
@@ -151,7 +187,7 @@ void CCommonLog::WriteLog(ELOGLEVEL level, const char* format, ...) {
     }
     if (clockFailed && !t_reportingClock) {
         t_reportingClock = true;
-        MD_LOG(LOG_ERROR, "localtime_r failed");
+        MD_LOG_AS("WriteLog", LOG_ERROR, "localtime_r failed");
         t_reportingClock = false;
     }
 }
@@ -162,18 +198,33 @@ void CCommonLog::_WriteLocked(const char* prefix, const tm& now, const char* mes
         return;
     }
     char head[128];
-    const int headLength =
-        snprintf(head, sizeof(head), "%s [%04d%02d%02d][%02d:%02d:%02d][%lu] ", prefix,
-                 now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min,
-                 now.tm_sec, static_cast<unsigned long>(pthread_self()));
-    const LinePart parts[] = {
-        {head, static_cast<size_t>(headLength)}, {message, length}, {TAIL, sizeof(TAIL) - 1}};
+    TextBuffer stamps(head, sizeof(head));
+    stamps.Put(prefix);
+    stamps.Put(" [");
+    const int year = now.tm_year + 1900;
+    if (year >= 0 && year <= 9999) {
+        stamps.PutTwoDigits(year / 100);
+        stamps.PutTwoDigits(year % 100);
+    } else {
+        stamps.PutNumber(long{year});
+    }
+    stamps.PutTwoDigits(now.tm_mon + 1);
+    stamps.PutTwoDigits(now.tm_mday);
+    stamps.Put("][");
+    stamps.PutTwoDigits(now.tm_hour);
+    stamps.Put(":");
+    stamps.PutTwoDigits(now.tm_min);
+    stamps.Put(":");
+    stamps.PutTwoDigits(now.tm_sec);
+    stamps.Put("][");
+    stamps.PutNumber(static_cast<unsigned long>(pthread_self()));
+    stamps.Put("] ");
+    const LinePart parts[] = {{head, stamps.Size()}, {message, length}, {TAIL, sizeof(TAIL) - 1}};
     if (!PutLine(stdout, parts)) {
         DropPending(stdout);
     }
     if (PutLine(m_logHandler, parts)) {
-        m_wholeBytes += static_cast<int64_t>(headLength) + static_cast<int64_t>(length) +
-                        static_cast<int64_t>(sizeof(TAIL)) - 1;
+        m_wholeBytes += static_cast<int64_t>(stamps.Size() + length + sizeof(TAIL) - 1);
     } else {
         _DropTornLine();
     }
@@ -209,11 +260,19 @@ bool CCommonLog::_OpenFile(const tm& now) {
 
 void MdWriteLine(ELOGLEVEL level, const char* file, int line, const char* function,
                  const char* format, ...) {
-    char szLog[MESSAGE_SIZE];
-    szLog[0] = '\0';
+    char text[SOURCE_SIZE + MESSAGE_SIZE];
+    TextBuffer source(text, SOURCE_SIZE);
+    source.Put("[");
+    source.Put(file);
+    source.Put(":");
+    source.PutNumber(long{line});
+    source.Put("][");
+    source.Put(function);
+    source.Put("]");
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(szLog, sizeof(szLog), format, arguments);
+    const int needed = vsnprintf(text + source.Size(), MESSAGE_SIZE, format, arguments);
     va_end(arguments);
-    CCommonLog::GetInstance()->WriteLog(level, "[%s:%d][%s]%s", file, line, function, szLog);
+    const size_t length = needed < 0 ? 0 : std::min(static_cast<size_t>(needed), MESSAGE_SIZE - 1);
+    CCommonLog::GetInstance()->WriteText(level, text, source.Size() + length);
 }

@@ -49,6 +49,9 @@ public:
     // each one says so on standard output.
     void WriteLog(ELOGLEVEL level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
+    // The same for a message of `length` bytes as it stands.
+    void WriteText(ELOGLEVEL level, const char* message, size_t length);
+
 private:
     CCommonLog() = default;
 
