@@ -12,6 +12,7 @@ vorn_packages=(
     "libssl-dev:checksums of captures"
     "libgtest-dev:tests"
     "libgmock-dev:tests"
+    "python3:reports and tests"
     "tshark:tests of the Wireshark dissector"
 )
 vorn_lint_packages=(

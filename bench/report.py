@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Runs the bench programs, prints the table of goals, and writes the report with its pictures.
+
+Usage: report.py PROGRAMS_DIR [--runs N] [--write DIRECTORY] [--only NAME]
+
+Every program is run N times (default 3), one run of all before the next, and a goal's value is the
+median of its runs. Exits with 1 when a goal's "must" does not hold.
+"""
+
+import argparse
+import datetime
+import json
+import pathlib
+import platform
+import statistics
+import subprocess
+import sys
+
+from pictures import bars, curve
+
+PROGRAMS = ["live_path", "latency", "cache", "snapshot", "checksum", "hand_over", "csv_row",
+            "log_line", "hot_path", "growth"]
+FLAVOURS = ["", "_native"]
+
+
+def processor():
+    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            return line.split(":", 1)[1].strip()
+    return platform.processor()
+
+
+def commit():
+    run = subprocess.run(["git", "describe", "--always", "--dirty"], capture_output=True, text=True)
+    return run.stdout.strip() or "unknown"
+
+
+def run_program(path):
+    print(f"  {path.name}", file=sys.stderr, flush=True)
+    run = subprocess.run([path], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if run.returncode != 0:
+        sys.exit(f"report.py: {path.name} failed: {run.stderr.strip().splitlines()[-1:]}")
+    return [json.loads(line) for line in run.stdout.splitlines() if line.startswith("{")]
+
+
+def collect(directory, runs, only):
+    """All lines of all runs, each with its program's flavour."""
+    lines = []
+    for number in range(1, runs + 1):
+        print(f"run {number} of {runs}", file=sys.stderr)
+        for name in PROGRAMS:
+            if only and name != only:
+                continue
+            for flavour in FLAVOURS:
+                path = directory / f"bench_{name}{flavour}"
+                if path.exists():
+                    for line in run_program(path):
+                        line["flavour"] = "native" if flavour else "x86-64"
+                        lines.append(line)
+    return lines
+
+
+def medians(lines, kind, key_names):
+    """One entry for each key, with the median of its values; first appearance decides the order."""
+    found = {}
+    for line in lines:
+        if line["kind"] == kind:
+            key = tuple(line[name] for name in key_names)
+            found.setdefault(key, []).append(line)
+    result = []
+    for group in found.values():
+        entry = dict(group[0])
+        entry["values"] = [line["value"] for line in group]
+        entry["value"] = statistics.median(entry["values"])
+        result.append(entry)
+    return result
+
+
+def holds(goal, bound):
+    return goal["value"] <= bound if goal["better"] == "smaller" else goal["value"] >= bound
+
+
+def sorted_goals(goals):
+    return sorted(goals, key=lambda goal: int(goal["id"][1:]))
+
+
+def goal_rows(goals):
+    rows = [("goal", "question", "flags", "measured", "must", "", "aim", "")]
+    for goal in sorted_goals(goals):
+        sign = "<=" if goal["better"] == "smaller" else ">="
+        rows.append((goal["id"], goal["case"], goal["flavour"],
+                     f"{goal['value']:.2f}{goal['unit']}", f"{sign} {goal['must']:g}",
+                     "PASS" if holds(goal, goal["must"]) else "SHORT", f"{sign} {goal['aim']:g}",
+                     "PASS" if holds(goal, goal["aim"]) else "short"))
+    return rows
+
+
+def print_table(rows):
+    widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
+    for row in rows:
+        print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+
+
+def write_report(directory, lines, goals, figures, runs):
+    directory.mkdir(parents=True, exist_ok=True)
+    run = next(line for line in lines if line["kind"] == "run")
+    facts = {"date": datetime.date.today().isoformat(), "commit": commit(),
+             "processor": processor(), "compiler": "GCC " + run["compiler"],
+             "flags": "-O3 -ffp-contract=off, with and without -march=native", "runs": runs}
+    (directory / "report.json").write_text(
+        json.dumps({"facts": facts, "goals": goals, "figures": figures}, indent=1) + "\n")
+    text = ["# Measured", "", "| | |", "| --- | --- |"]
+    text += [f"| {name} | {value} |" for name, value in facts.items()]
+    text += ["", "A ratio is the median over rounds in which both sides ran in turn, and of "
+             f"{runs} runs of the program.", "`./dev bench` prints this table; `./dev bench "
+             "--write docs/performance` wrote this page.", ""]
+    rows = goal_rows(goals)
+    text += ["| " + " | ".join(cell or " " for cell in rows[0]) + " |",
+             "|" + " --- |" * len(rows[0])]
+    text += ["| " + " | ".join(row) + " |" for row in rows[1:]]
+    text += [""]
+    for question in ("G1", "G4", "G5", "G6", "G7", "G8", "G9", "G11"):
+        points = [f for f in figures if f["id"] == question and f["flavour"] == "x86-64"]
+        if points:
+            (directory / f"{question}.svg").write_text(bars(question, points))
+            text += [f"![Times of {question}]({question}.svg)", ""]
+    for series in ("instruments", "fields", "backlog"):
+        points = [f for f in figures if f["id"] == "G12" and f["series"] == series]
+        if points:
+            (directory / f"G12-{series}.svg").write_text(curve(series, points))
+            text += [f"![Cost by {series}](G12-{series}.svg)", ""]
+    (directory / "report.md").write_text("\n".join(text))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("programs", type=pathlib.Path)
+    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--write", type=pathlib.Path)
+    parser.add_argument("--only", choices=PROGRAMS)
+    options = parser.parse_args()
+    lines = collect(options.programs, options.runs, options.only)
+    goals = medians(lines, "goal", ("id", "case", "flavour"))
+    figures = medians(lines, "figure", ("id", "series", "at", "flavour"))
+    print(f"{processor()}, {commit()}, {options.runs} runs")
+    print_table(goal_rows(goals))
+    if options.write:
+        write_report(options.write, lines, goals, figures, options.runs)
+    sys.exit(0 if all(holds(goal, goal["must"]) for goal in goals) else 1)
+
+
+if __name__ == "__main__":
+    main()
