@@ -13,6 +13,7 @@ vorn_packages=(
     "libgtest-dev:tests"
     "libgmock-dev:tests"
     "python3:reports and tests"
+    "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
 )
 vorn_lint_packages=(

@@ -5,13 +5,11 @@
 #include "bench/harness/contest.h"
 #include "bench/harness/report.h"
 #include "bench/harness/stand_in_card.h"
-#include "bench/reference/feed_parts.h"
 #include "bench/reference/literal_snapshot.h"
 #include "bench/reference/literal_worker.h"
+#include "bench/reference/snapshot_round.h"
 
 #include "CommonLog.h"
-#include "exchange_sim/session.h"
-#include "wirekit/bytes.h"
 
 #include <cstring>
 #include <memory>
@@ -22,60 +20,15 @@ namespace {
 
 using namespace bench;
 
-constexpr std::size_t kTcpPayload = 14 + 20 + 20;
-
-// The frames of the server's side of one snapshot round of both exchanges.
-FrameList round_of(uint32_t instruments) {
-    exchange_sim::SessionOptions options;
-    options.instruments = instruments;
-    options.changes = 50'000;
-    options.rounds = 1;
-    exchange_sim::Session session(options);
-    FrameList frames;
-    for (exchange_sim::WireFrame frame; session.next(frame);) {
-        const bool tcp = frame.bytes[23] == 6;
-        const bool served = tcp && wirekit::get_be16(&frame.bytes[34]) == options.snapshot_port;
-        if (served && frame.bytes.size() > kTcpPayload) {
-            frames.add(frame.bytes.data(), frame.bytes.size());
-        }
-    }
-    return frames;
-}
-
-// The snapshot channel of the feed on tables of its own.
-struct Feed {
-    std::unique_ptr<Market> market = std::make_unique<Market>();
-    ExanicMdConfigData config = feed_config();
-    UEnableMask enabled{};
-    UEnableMask finished{};
-    std::unique_ptr<CExanicTcpFunc> channel;
-
-    Feed() {
-        config.recvall = 1;
-        config.md2ps_snap_port = 33022;
-        config.md4ps_snap_port = 22000;
-        config.timeout_cnt = 10;
-        enabled.mask = MASK_SHFE_2PS | MASK_INE_2PS;
-        channel = std::make_unique<CExanicTcpFunc>(config, &market->table, enabled, finished,
-                                                   market->scale);
-        channel->InitTcp(registers(), exanic_acquire_rx_buffer(nullptr, 1, 0));
-    }
-};
-
 uint64_t hash_of(const Market& market) {
     return hash_bytes(&market, sizeof(market));
 }
 
 // Frames one by one on this thread.
 void ask_frames() {
-    const FrameList frames = round_of(800);
-    // Each in a block of its own with zero bytes behind it, as the worker gets them.
-    std::vector<std::vector<char>> blocks;
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        blocks.emplace_back(frames.bytes(i), frames.bytes(i) + frames.length(i));
-        blocks.back().resize(frames.length(i) + DECODE_SLACK);
-    }
-    Feed feed;
+    const FrameList frames = snapshot_round(800);
+    std::vector<std::vector<char>> blocks = blocks_of(frames);
+    SnapshotFeed feed;
     const auto market = std::make_unique<Market>();
     LiteralSnapshot literal(*market, registers());
     Contest contest;
@@ -105,8 +58,8 @@ void ask_frames() {
 
 // From the card to "completed".
 void ask_whole() {
-    const FrameList frames = round_of(20'480);
-    Feed feed;
+    const FrameList frames = snapshot_round(20'480);
+    SnapshotFeed feed;
     const auto market = std::make_unique<Market>();
     LiteralSnapshot literal(*market, registers());
     exanic_rx_t* const rx = exanic_acquire_rx_buffer(nullptr, 1, 0);
