@@ -155,6 +155,7 @@ int run(int argc, const char* const* argv) {
     app.set_help_flag("-h,--help", "show this help");
     app.set_version_flag("--version", version_text(), "show version, compiler, card and system");
     add_sim(app, globals);
+    add_record(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_info(app, globals);

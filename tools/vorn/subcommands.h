@@ -10,6 +10,7 @@
 namespace vorn_cli {
 
 void add_sim(CLI::App& app, Globals& globals);
+void add_record(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
 void add_info(CLI::App& app, Globals& globals);
