@@ -127,7 +127,7 @@ TEST_F(Loss, AFullDiskKeepsWholeRecordsAndCountsTheRest) {
 // card runs by itself, so the feed does not wait.
 TEST_F(Loss, WhatFindsNoRoomInTheRingIsCounted) {
     sim("session.pcap", {"--changes", "10000", "--instruments", "40", "--set", "rounds=1"});
-    config("vorn.ini", "pcap:" + path("session.pcap") + "?eof=stop&speed=2");
+    config("vorn.ini", "pcap:" + path("session.pcap") + "?eof=stop&speed=0.5");
     ASSERT_EQ(::mkfifo(path("s.pcap").c_str(), 0600), 0);
     const int fifo = ::open(path("s.pcap").c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(fifo, 0);
