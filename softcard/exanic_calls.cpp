@@ -170,6 +170,10 @@ bool filter_entry(const exanic_t* exanic, Exchange exchange, uint32_t instrument
     return exanic->card->registers().filter_entry(exchange, instrument_no);
 }
 
+uint64_t frame_time_ns(const exanic_rx_t* rx) {
+    return rx->reader.timestamp_ns;
+}
+
 std::size_t open_devices() {
     const std::lock_guard lock(registry().mutex);
     return registry().devices.size();

@@ -6,7 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <exanic/exanic.h>
+#include <exanic/fifo_rx.h>
 
 namespace softcard {
 
@@ -15,6 +15,10 @@ uint64_t stores_seen(const exanic_t* exanic, uint32_t word);
 
 // Whether the instrument's filter entry is 1.
 bool filter_entry(const exanic_t* exanic, Exchange exchange, uint32_t instrument_no);
+
+// Whole time stamp of the frame that the buffer's reader got last, nanoseconds since the Unix
+// epoch; 0 before the first. For the thread that polls the buffer.
+uint64_t frame_time_ns(const exanic_rx_t* rx);
 
 std::size_t open_devices();
 

@@ -23,7 +23,7 @@ bool Card::have_frame() {
 }
 
 void Card::deliver(int port, std::span<const uint8_t> bytes) {
-    rings_[static_cast<std::size_t>(port)].write(bytes, static_cast<uint32_t>(frame_.timestamp_ns));
+    rings_[static_cast<std::size_t>(port)].write(bytes, frame_.timestamp_ns);
 }
 
 bool Card::end_is_due() {

@@ -57,7 +57,8 @@ ssize_t StepCard::receive(Reader& reader, char* buffer, std::size_t size, uint32
     if (reader.position == ring(reader.port).written()) {
         advance(reader.port);
     }
-    const ssize_t result = ring(reader.port).read(reader.position, buffer, size, timestamp);
+    const ssize_t result =
+        ring(reader.port).read(reader.position, buffer, size, timestamp, &reader.timestamp_ns);
     if (std::exchange(end_due_, false)) {
         lock.unlock();
         tell_end();

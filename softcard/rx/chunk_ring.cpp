@@ -13,9 +13,9 @@ constexpr uint64_t chunks_of(std::size_t length) {
 
 } // namespace
 
-ChunkRing::ChunkRing() : chunks_(new Chunk[kChunks]) {}
+ChunkRing::ChunkRing() : chunks_(new Chunk[kChunks]), timestamps_ns_(new uint64_t[kChunks]) {}
 
-void ChunkRing::write(std::span<const uint8_t> frame, uint32_t timestamp) {
+void ChunkRing::write(std::span<const uint8_t> frame, uint64_t timestamp_ns) {
     const uint64_t count = chunks_of(frame.size());
     if (count == 0 || count > kChunks) {
         return;
@@ -29,13 +29,14 @@ void ChunkRing::write(std::span<const uint8_t> frame, uint32_t timestamp) {
         rest = rest.subspan(part);
     }
     Chunk& head = chunks_[first % kChunks];
-    head.timestamp = timestamp;
+    head.timestamp = static_cast<uint32_t>(timestamp_ns);
+    timestamps_ns_[first % kChunks] = timestamp_ns;
     head.frame_length = static_cast<uint32_t>(frame.size());
     written_.store(at, std::memory_order_release);
 }
 
-ssize_t ChunkRing::read(uint64_t& position, char* buffer, std::size_t size,
-                        uint32_t* timestamp) const {
+ssize_t ChunkRing::read(uint64_t& position, char* buffer, std::size_t size, uint32_t* timestamp,
+                        uint64_t* timestamp_ns) const {
     const uint64_t end = written();
     if (position == end) {
         return 0;
@@ -53,6 +54,9 @@ ssize_t ChunkRing::read(uint64_t& position, char* buffer, std::size_t size,
     }
     if (timestamp != nullptr) {
         *timestamp = head.timestamp;
+    }
+    if (timestamp_ns != nullptr) {
+        *timestamp_ns = timestamps_ns_[first % kChunks];
     }
     uint64_t at = first;
     for (std::size_t copied = 0; copied < length; ++at) {

@@ -29,11 +29,14 @@ public:
     uint64_t written() const { return written_.load(std::memory_order_acquire); }
 
     // Frames that are empty or larger than the ring have no place in it and are left out.
-    void write(std::span<const uint8_t> frame, uint32_t timestamp);
+    // The time stamp is in nanoseconds; readers get its low half, as from the card, and all of it
+    // on request.
+    void write(std::span<const uint8_t> frame, uint64_t timestamp_ns);
 
     // The next frame behind `position`, which moves on: its length, 0 when there is none, or one of
-    // the negative states. `timestamp` may be null.
-    ssize_t read(uint64_t& position, char* buffer, std::size_t size, uint32_t* timestamp) const;
+    // the negative states. The time stamps may be null.
+    ssize_t read(uint64_t& position, char* buffer, std::size_t size, uint32_t* timestamp,
+                 uint64_t* timestamp_ns = nullptr) const;
 
 private:
     struct Chunk {
@@ -43,14 +46,16 @@ private:
     };
     static_assert(sizeof(Chunk) == 128);
 
-    std::unique_ptr<Chunk[]> chunks_; // touched only as far as frames reach
+    std::unique_ptr<Chunk[]> chunks_;           // touched only as far as frames reach
+    std::unique_ptr<uint64_t[]> timestamps_ns_; // by a frame's first chunk
     std::atomic<uint64_t> written_{0};
 };
 
 // A reader of one port.
 struct Reader {
     int port = 0;
-    uint64_t position = 0; // in chunks; used by the thread that polls
+    uint64_t position = 0;     // in chunks; used by the thread that polls
+    uint64_t timestamp_ns = 0; // whole time stamp of the frame that it got last
 };
 
 } // namespace softcard

@@ -97,6 +97,10 @@ PartFile::~PartFile() {
     ::close(descriptor_);
 }
 
+void PartFile::keep() {
+    ::close(std::exchange(descriptor_, -1));
+}
+
 void PartFile::commit() {
     if (!direct_) {
         if (::fsync(descriptor_) != 0) {

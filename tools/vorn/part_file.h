@@ -28,6 +28,8 @@ public:
     // Makes the file durable and gives it its name. Without `force` a file that has come to exist
     // under that name meanwhile is not replaced.
     void commit();
+    // Leaves the .part where it is, for somebody to look after.
+    void keep();
 
 private:
     void open_part();

@@ -24,11 +24,13 @@ namespace vorn_cli {
 
 namespace {
 
-constexpr char kExamples[] = "  vorn sim -o s.pcap   simulate a trading session\n"
-                             "  vorn verify s.pcap   hold the feed against the truth of the session\n"
-                             "  vorn info s.pcap     what is in a capture\n"
-                             "  vorn check vorn.ini  what in the configuration will surprise you\n"
-                             "  vorn help check      all about one subcommand\n";
+constexpr char kExamples[] =
+    "  vorn demo            see all of it at work\n"
+    "  vorn sim -o s.pcap   simulate a trading session\n"
+    "  vorn verify s.pcap   hold the feed against the truth of the session\n"
+    "  vorn info s.pcap     what is in a capture\n"
+    "  vorn check vorn.ini  what in the configuration will surprise you\n"
+    "  vorn help check      all about one subcommand\n";
 
 // A file opened later must not become standard output or error. The missing ones are opened the
 // wrong way round, so that using them is still an error.
@@ -154,7 +156,9 @@ int run(int argc, const char* const* argv) {
     app.footer(kExamples);
     app.set_help_flag("-h,--help", "show this help");
     app.set_version_flag("--version", version_text(), "show version, compiler, card and system");
+    add_demo(app, globals);
     add_sim(app, globals);
+    add_record(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_info(app, globals);

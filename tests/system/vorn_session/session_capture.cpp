@@ -41,6 +41,11 @@ std::string SessionCapture::bytes() const {
     return bytes;
 }
 
+uint64_t SessionCapture::time_ns(std::size_t i) const {
+    const uint8_t* const head = frames_[i].head.data();
+    return uint64_t{wirekit::get_le32(head)} * 1'000'000'000 + wirekit::get_le32(head + 4);
+}
+
 std::span<uint8_t> SessionCapture::buffer(std::size_t i) {
     wirekit::Bytes& bytes = frames_[i].bytes;
     const auto payload = wirekit::parse_frame(bytes).payload;

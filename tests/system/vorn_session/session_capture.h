@@ -25,6 +25,8 @@ public:
 
     std::size_t size() const { return frames_.size(); }
     wirekit::Bytes& frame(std::size_t i) { return frames_[i].bytes; }
+    const wirekit::Bytes& frame(std::size_t i) const { return frames_[i].bytes; }
+    uint64_t time_ns(std::size_t i) const;
     // The frames that carry a decode buffer, in order.
     const std::vector<std::size_t>& changes() const { return changes_; }
     // The decode buffer in a frame.

@@ -1,6 +1,7 @@
 #include "tools/vorn/feed/card_tap.h"
 
 #include "ExanicMdImpl.h"
+#include "tools/vorn/feed/card_time.h"
 #include "wirekit/bytes.h"
 
 #include <exanic/exanic.h>
@@ -9,6 +10,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <ctime>
 
 namespace vorn_cli {
 
@@ -30,6 +32,9 @@ constexpr uint16_t kIncremental = 3; // header of an incremental message
 struct Tap {
     TapTopics topics;
     FeedWatcher* watcher = nullptr;
+    FrameKeeper* keeper = nullptr;
+    bool in_step = false;          // the keeper's answer
+    std::atomic<bool> busy{false}; // in step: one path is being polled
     TapCounters counters;
     std::atomic<uint64_t> raw_frames{0}; // counted on the snapshot decoder's thread
 
@@ -45,6 +50,7 @@ struct Tap {
     int64_t cache_offset = 0;
     int64_t cached = 0;
     uint64_t updates = 0; // callbacks, to tell an applied buffer
+    bool updated = false; // there was a callback in this cycle
 
     // The last live poll handed out a buffer that follows its record's change number: it is
     // applied, with a callback, or undone, without one.
@@ -171,11 +177,22 @@ void after_decode_poll(Tap& tap, const char* buffer, ssize_t result) {
 void on_update(instrument* record) {
     Tap& tap = *g_tap;
     ++tap.updates;
+    if (!tap.updated) {
+        tap.updated = true;
+        tap.watcher->on_first_update(
+            tap.phase == FeedPhase::kReplay ? static_cast<uint64_t>(tap.cached) : 0);
+    }
     tap.watcher->on_update(
         *record, tap.table == nullptr ? 0 : static_cast<uint32_t>(record - tap.table->instmts));
 }
 
 } // namespace
+
+uint64_t time_of_receipt_ns() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+}
 
 const char* phase_name(FeedPhase phase) {
     static constexpr const char* kNames[kFeedPhases] = {"bring-up", "snapshot", "replay", "live",
@@ -187,6 +204,8 @@ CardTap::CardTap(const TapTopics& topics, FeedWatcher& watcher) {
     g_tap = new Tap;
     g_tap->topics = topics;
     g_tap->watcher = &watcher;
+    g_tap->keeper = watcher.frame_keeper();
+    g_tap->in_step = g_tap->keeper != nullptr && g_tap->keeper->in_step();
     g_tap->phase_since = Clock::now();
     set_update_md_callback(on_update);
 }
@@ -226,6 +245,7 @@ exanic_t* __wrap_exanic_acquire_handle(const char* device_name) {
     if (g_tap != nullptr) {
         vorn_cli::settle(*g_tap); // a cycle may end without another poll
         ++g_tap->counters.cycles;
+        g_tap->updated = false;
         // A cache that failed in its replay was cleared; one that ran dry keeps its put offset,
         // unless recovery starts every cycle with an empty one.
         if (g_tap->topics.recovery || g_tap->phase == vorn_cli::FeedPhase::kReplay) {
@@ -254,6 +274,32 @@ volatile uint32_t* __wrap_exanic_get_devkit_registers(exanic_t* exanic) {
     return registers;
 }
 
+// One poll of the card, with what comes of it handed to the keeper. In step, a poll that finds the
+// other path being polled is one that finds nothing.
+static ssize_t poll_card(vorn_cli::Tap& tap, bool decode, exanic_rx_t* rx, char* rx_buf,
+                         size_t rx_buf_size, exanic_cycles32_t* timestamp) {
+    if (tap.keeper == nullptr) {
+        return __real_exanic_receive_frame(rx, rx_buf, rx_buf_size, timestamp);
+    }
+    if (tap.in_step && tap.busy.exchange(true, std::memory_order_acquire)) {
+        return 0;
+    }
+    const ssize_t result = __real_exanic_receive_frame(rx, rx_buf, rx_buf_size, timestamp);
+    if (result > 0 && static_cast<size_t>(result) <= rx_buf_size) {
+        const std::span<const char> frame(rx_buf, static_cast<size_t>(result));
+        const uint64_t time_ns = vorn_cli::frame_time_ns(rx);
+        if (decode) {
+            tap.keeper->keep_decode(frame, time_ns);
+        } else {
+            tap.keeper->keep_raw(frame, time_ns);
+        }
+    }
+    if (tap.in_step) {
+        tap.busy.store(false, std::memory_order_release);
+    }
+    return result;
+}
+
 ssize_t __wrap_exanic_receive_frame(exanic_rx_t* rx, char* rx_buf, size_t rx_buf_size,
                                     exanic_cycles32_t* timestamp) {
     if (g_tap == nullptr) {
@@ -262,13 +308,13 @@ ssize_t __wrap_exanic_receive_frame(exanic_rx_t* rx, char* rx_buf, size_t rx_buf
     vorn_cli::Tap& tap = *g_tap;
     if (rx == tap.rx[vorn_cli::kDecodePort].load(std::memory_order_relaxed)) {
         vorn_cli::before_decode_poll(tap);
-        const ssize_t result = __real_exanic_receive_frame(rx, rx_buf, rx_buf_size, timestamp);
+        const ssize_t result = poll_card(tap, true, rx, rx_buf, rx_buf_size, timestamp);
         if (result != 0 || tap.phase == vorn_cli::FeedPhase::kReplay) {
             vorn_cli::after_decode_poll(tap, rx_buf, result);
         }
         return result;
     }
-    const ssize_t result = __real_exanic_receive_frame(rx, rx_buf, rx_buf_size, timestamp);
+    const ssize_t result = poll_card(tap, false, rx, rx_buf, rx_buf_size, timestamp);
     if (result > 0 && static_cast<size_t>(result) <= rx_buf_size) {
         tap.raw_frames.fetch_add(1, std::memory_order_relaxed);
         tap.watcher->on_raw_frame({rx_buf, static_cast<size_t>(result)});

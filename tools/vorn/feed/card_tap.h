@@ -49,6 +49,24 @@ struct TapCounters {
     std::array<std::chrono::nanoseconds, kFeedPhases> time_in{};
 };
 
+// Takes the frames themselves, all of both paths, with their time stamps in nanoseconds since the
+// Unix epoch: the card's where it has one, else the time of receipt. The calls may come from two
+// threads at a time, one a path, unless in_step().
+class FrameKeeper {
+public:
+    FrameKeeper() = default;
+    FrameKeeper(const FrameKeeper&) = delete;
+    FrameKeeper& operator=(const FrameKeeper&) = delete;
+    virtual ~FrameKeeper() = default;
+
+    // Whether the card moves only as it is read. The two paths are then polled one at a time, so
+    // that the keeper sees the frames in the order in which the card hands them out. On a card that
+    // runs by itself nobody waits for anybody.
+    virtual bool in_step() const = 0;
+    virtual void keep_raw(std::span<const char> frame, uint64_t time_ns) = 0;
+    virtual void keep_decode(std::span<const char> buffer, uint64_t time_ns) = 0;
+};
+
 // What a subcommand may want to see as it happens. Every call comes on the feed's caller thread but
 // on_raw_frame, which comes on the snapshot decoder's.
 class FeedWatcher {
@@ -60,8 +78,11 @@ public:
 
     virtual void on_update(const instrument&, uint32_t /*slot*/) {}
     virtual void on_phase(FeedPhase) {}
+    // Before the first update of a cycle: how many decode buffers came after the one that makes it.
+    virtual void on_first_update(uint64_t /*later_buffers*/) {}
     virtual void on_raw_frame(std::span<const char>) {}
     virtual void on_decode_buffer(std::span<const char>) {}
+    virtual FrameKeeper* frame_keeper() { return nullptr; } // asked once, when the tap is installed
 };
 
 // Installs the tap for one run of the feed, which must be the only one in the process.

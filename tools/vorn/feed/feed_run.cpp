@@ -50,24 +50,13 @@ private:
     std::filesystem::path path_;
 };
 
-std::string read_whole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw Failure(kUsage, fmt::format("cannot read the configuration {}: {}", path,
-                                          std::strerror(errno)));
-    }
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
-
 // The keys that the feed would see, with the device replaced. The file is written afresh: appending
 // a key to one that has other sections would not do.
 IniFile effective_file(const FeedRunOptions& options, const RunDirectory& directory) {
     IniFile file = read_ini(options.config.empty()
                                 ? "[config]\ninsts = all\nshfe2ps = enabled\nine2ps = enabled\n"
                                   "recovery = enabled\n"
-                                : read_whole(options.config));
+                                : read_config(options.config));
     auto& keys = file.sections[std::string(kConfigSection)];
     if (!options.capture.empty()) {
         // By a link, because a configuration's value cannot hold every character of a path.
@@ -83,6 +72,9 @@ IniFile effective_file(const FeedRunOptions& options, const RunDirectory& direct
             device += fmt::format("&speed={}", options.speed);
         }
         keys["device"] = {device, 0};
+    }
+    if (!options.device.empty()) {
+        keys["device"] = {options.device, 0};
     }
     if (options.config.empty()) {
         // The last CPU that the process may use: the first is where a machine does its chores.
@@ -170,6 +162,16 @@ FeedLog read_log(const std::filesystem::path& directory) {
 }
 
 } // namespace
+
+std::string read_config(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    if (!file || (file.peek() != std::ifstream::traits_type::eof() && !(content << file.rdbuf()))) {
+        throw Failure(kUsage, fmt::format("cannot read the configuration {}: {}", path,
+                                          std::strerror(errno)));
+    }
+    return content.str();
+}
 
 FeedReport run_feed(const FeedRunOptions& options, FeedWatcher& watcher) {
     if (!options.capture.empty() && ::access(options.capture.c_str(), R_OK) != 0) {

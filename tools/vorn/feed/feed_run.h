@@ -16,9 +16,10 @@
 namespace vorn_cli {
 
 struct FeedRunOptions {
-    std::string config;  // path of a configuration file; empty: all instruments, with recovery
-    std::string capture; // plays this capture instead of the configuration's device
-    double speed = 0;    // of the capture; 0: as fast as the feed takes it, nothing lost
+    std::string config;      // path of a configuration file; empty: all instruments, with recovery
+    std::string capture;     // plays this capture instead of the configuration's device
+    double speed = 0;        // of the capture; 0: as fast as the feed takes it, nothing lost
+    std::string device = {}; // replaces the configuration's; empty: it does not
 };
 
 // What the feed's log said, by kind of message.
@@ -36,6 +37,9 @@ struct FeedReport {
     FeedLog log;
     std::chrono::nanoseconds elapsed{};
 };
+
+// The text of a configuration file. Throws Failure.
+std::string read_config(const std::string& path);
 
 // Runs the feed until its source is exhausted, a signal comes or it gives up. Descriptor 1 leads
 // elsewhere meanwhile. Throws Failure when the run cannot be set up; a feed that gives up is
