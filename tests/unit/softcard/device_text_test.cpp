@@ -57,7 +57,8 @@ const ErrorCase kErrors[] = {
     {"NoPathButOptions", "pcap:?eof=stop",
      "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
     {"UnknownOption", "pcap:a?loop=1",
-     "unknown option \"loop\"; pcap: knows eof=stop|idle and speed=F"},
+     "unknown option \"loop\"; pcap: knows eof=stop|idle, speed=F, fault=KIND[@TIME][:COUNT] and "
+     "fault_seed=N"},
     {"BadEnd", "pcap:a?eof=repeat", "eof=repeat: must be stop or idle"},
     {"EmptyEnd", "sim:eof=", "eof=: must be stop or idle"},
     {"ZeroSpeed", "sim:speed=0",

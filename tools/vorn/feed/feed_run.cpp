@@ -82,7 +82,7 @@ IniFile effective_file(const FeedRunOptions& options, const RunDirectory& direct
         if (options.speed > 0) {
             device += fmt::format("&speed={}", options.speed);
         }
-        keys["device"] = {device, 0};
+        keys["device"] = {device + options.faults, 0};
     }
     if (options.config.empty()) {
         // The last CPU that the process may use: the first is where a machine does its chores.
