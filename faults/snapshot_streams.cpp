@@ -95,7 +95,11 @@ const SnapshotSegment& SnapshotStreams::see(const wirekit::ParsedFrame& frame) {
 }
 
 void SnapshotStreams::walk(Stream& stream, std::span<const uint8_t> payload) {
-    std::size_t field_begin = payload.size(); // of the field being walked, if it began here
+    // Where the data of the field being walked begins; behind the end if that was in an earlier
+    // one.
+    const bool data_is_next =
+        stream.field_have == kFieldHeader && stream.field_left == get_le16(&stream.field_header[2]);
+    std::size_t field_begin = data_is_next ? 0 : payload.size();
     for (std::size_t at = 0; at < payload.size();) {
         if (stream.header_have < kMessageHeader) {
             stream.header[stream.header_have++] = payload[at++];

@@ -56,6 +56,16 @@ TEST(FaultFilter, TimeStampsNeverFall) {
     }
 }
 
+TEST(FaultFilter, TimeStampsNeverFallAlsoWhereTheSourcesDo) {
+    Stream unordered = session();
+    unordered[1000].timestamp_ns -= 5'000'000;
+    uint64_t latest = 0;
+    for (const Sent& frame : filtered(unordered, "gap")) {
+        ASSERT_GE(frame.timestamp_ns, latest);
+        latest = frame.timestamp_ns;
+    }
+}
+
 TEST(FaultFilter, ChecksumsAreRightUnlessTheyAreTheFault) {
     for (const KindInfo& info : all_kinds()) {
         std::size_t wrong = 0;
