@@ -1,5 +1,7 @@
 #include "faulty_session.h"
 
+#include <sstream>
+
 namespace vorn_faults {
 
 void FaultySession::make(const std::vector<std::string>& more) const {
@@ -66,10 +68,16 @@ Outcome FaultySession::verify(const std::vector<std::string>& faults, const std:
     Outcome outcome;
     outcome.exit_status = run.exit_status;
     outcome.err = run.err;
-    const std::size_t last = run.out.rfind('\n', run.out.size() - 2);
-    outcome.summary = nlohmann::json::parse(
-        run.out.substr(last == std::string::npos ? 0 : last + 1), nullptr, false);
-    EXPECT_TRUE(outcome.summary.is_object()) << run.out << run.err;
+    std::istringstream objects(run.out);
+    for (std::string line; std::getline(objects, line);) {
+        outcome.differences.push_back(nlohmann::json::parse(line, nullptr, false));
+        EXPECT_TRUE(outcome.differences.back().is_object()) << line;
+    }
+    EXPECT_FALSE(outcome.differences.empty()) << run.err;
+    if (!outcome.differences.empty()) {
+        outcome.summary = outcome.differences.back();
+        outcome.differences.pop_back();
+    }
     return outcome;
 }
 

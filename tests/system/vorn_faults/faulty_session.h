@@ -17,6 +17,7 @@ using Messages = std::map<std::string, uint64_t>; // errors and warnings, number
 // How a run of `vorn verify --json` came out.
 struct Outcome {
     int exit_status = -1;
+    std::vector<nlohmann::json> differences; // the first few
     nlohmann::json summary;
     std::string err;
 
