@@ -36,7 +36,10 @@ std::string write_frames(const std::string& path, Session& session, const WriteH
         return pcap_geterr(handle.get());
     }
     std::FILE* const stream = pcap_dump_file(file.get());
-    for (WireFrame frame; session.next(frame);) {
+    const auto next = [&](WireFrame& frame) {
+        return hooks.next ? hooks.next(session, frame) : session.next(frame);
+    };
+    for (WireFrame frame; next(frame);) {
         pcap_pkthdr header{};
         header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(frame.timestamp_ns / kSecond);
         // With nanosecond precision libpcap takes nanoseconds in the field named for microseconds.

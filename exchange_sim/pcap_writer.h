@@ -17,9 +17,11 @@ struct WriteResult {
     bool ok() const { return error.empty(); }
 };
 
-// What a caller may want to do while a session is written. Either may be empty.
+// What a caller may want to do while a session is written. Any may be empty.
 struct WriteHooks {
-    std::function<void(Session&)> begin;         // before the first frame
+    std::function<void(Session&)> begin; // before the first frame
+    // Takes the session's frames and gives those to write in their place; as Session::next.
+    std::function<bool(Session&, WireFrame&)> next;
     std::function<bool(const WireFrame&)> frame; // after each frame; false gives up
 };
 

@@ -51,6 +51,11 @@ protected:
         return classify(frame_.bytes, switches, *registers_);
     }
     void deliver(int port, std::span<const uint8_t> bytes);
+    // Whether the frame at hand tells that its readers were lapped. The first call for a frame lets
+    // every path that is on know.
+    bool note_lapped(const Switches& switches);
+    // Whether the reader is to be told now that it was lapped; it then stands at "now".
+    bool tell_lapped(Reader& reader);
     const ChunkRing& ring(int port) const { return rings_[static_cast<std::size_t>(port)]; }
 
     // Whether the end is to be told now, which happens once. Whoever gets true lets go of the lock
@@ -65,6 +70,7 @@ private:
     const std::unique_ptr<FrameSource> source_;
     const AtEnd at_end_;
     std::array<ChunkRing, 2> rings_;
+    std::array<bool, 2> lapped_{}; // per port: its reader has yet to be told
     SourceFrame frame_;
     bool at_hand_ = false;
     bool exhausted_ = false;

@@ -27,8 +27,10 @@ ssize_t PacedCard::receive(Reader& reader, char* buffer, std::size_t size, uint3
     std::unique_lock lock(mutex_);
     const Switches switches = registers().switches();
     take_in_arrivals(switches);
-    const ssize_t result =
-        ring(reader.port).read(reader.position, buffer, size, timestamp, &reader.timestamp_ns);
+    const ssize_t result = tell_lapped(reader)
+                               ? kStatusLapped
+                               : ring(reader.port).read(reader.position, buffer, size, timestamp,
+                                                        &reader.timestamp_ns);
     read_to_[static_cast<std::size_t>(reader.port)] = reader.position;
     if (result == 0 && (switches.raw || switches.decode) && everything_read(switches) &&
         end_is_due()) {
@@ -56,6 +58,7 @@ void PacedCard::take_in_arrivals(const Switches& switches) {
         if (static_cast<double>(frame().timestamp_ns - first_timestamp_ns_) > source_ns) {
             return;
         }
+        note_lapped(switches);
         const Classified classified = judge(switches);
         if (classified.path != Path::kIgnored) {
             deliver(classified.path == Path::kDecode ? kDecodePort : kRawPort,

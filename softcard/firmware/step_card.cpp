@@ -54,8 +54,14 @@ ssize_t StepCard::receive(Reader& reader, char* buffer, std::size_t size, uint32
         return 0;
     }
     std::unique_lock lock(mutex_);
+    if (tell_lapped(reader)) {
+        return kStatusLapped;
+    }
     if (reader.position == ring(reader.port).written()) {
         advance(reader.port);
+        if (tell_lapped(reader)) { // it met the mark and delivered nothing
+            return kStatusLapped;
+        }
     }
     const ssize_t result =
         ring(reader.port).read(reader.position, buffer, size, timestamp, &reader.timestamp_ns);
@@ -116,6 +122,9 @@ void StepCard::advance(int port) {
             end_due_ = end_is_due();
             publish(Standing::kSilent, switches);
             return;
+        }
+        if (note_lapped(switches)) {
+            return; // first the readers hear of what they lost
         }
         const Classified classified = judge(switches);
         if (classified.path == Path::kIgnored) {

@@ -3,6 +3,7 @@
 #include "softcard/firmware/paced_card.h"
 #include "softcard/firmware/step_card.h"
 #include "softcard/firmware/worker_watch.h"
+#include "softcard/sources/faulty_source.h"
 #include "softcard/sources/pcap_source.h"
 #include "softcard/sources/sim_source.h"
 
@@ -27,7 +28,13 @@ bool parse_speed(std::string_view value, double& speed) {
     return status == std::errc() && stop == end && std::isfinite(speed) && speed > 0;
 }
 
-// Takes one "key=value"; eof and speed go to the card, the rest to the source.
+bool parse_seed(std::string_view value, uint64_t& seed) {
+    const char* const end = value.data() + value.size();
+    const auto [stop, status] = std::from_chars(value.data(), end, seed);
+    return status == std::errc() && stop == end;
+}
+
+// Takes one "key=value"; what belongs to the card goes there, the rest to the source.
 bool take_option(std::string_view option, DeviceText& device, std::string& error) {
     const std::size_t equals = option.find('=');
     if (equals == std::string_view::npos || equals == 0) {
@@ -48,6 +55,16 @@ bool take_option(std::string_view option, DeviceText& device, std::string& error
         if (!parse_speed(value, device.speed)) {
             error = "speed=" + std::string(value) +
                     ": must be a number greater than 0, or left out for step mode";
+            return false;
+        }
+        return true;
+    }
+    if (key == "fault") {
+        return faults::parse_faults(value, device.faults, error);
+    }
+    if (key == "fault_seed") {
+        if (!parse_seed(value, device.fault_seed)) {
+            error = "fault_seed=" + std::string(value) + ": must be a whole number from 0";
             return false;
         }
         return true;
@@ -108,7 +125,7 @@ bool parse_device_text(std::string_view text, DeviceText& device, std::string& e
     }
     if (device.scheme == "pcap" && !device.source_options.empty()) {
         error = "unknown option " + quoted(device.source_options.begin()->first) +
-                "; pcap: knows eof=stop|idle and speed=F";
+                "; pcap: knows eof=stop|idle, speed=F, fault=KIND[@TIME][:COUNT] and fault_seed=N";
         return false;
     }
     return true;
@@ -127,6 +144,7 @@ std::unique_ptr<Card> open_card(std::string_view text, std::string& error) {
     if (source == nullptr) {
         return nullptr;
     }
+    source = with_faults(std::move(source), device.faults, device.fault_seed);
     auto registers = RegisterWindow::create(error);
     if (registers == nullptr) {
         return nullptr;

@@ -5,15 +5,17 @@
 //   sim:key=value&...            the simulated exchange
 //   pcap:PATH?key=value&...      a capture file
 //
-// eof and speed belong to the card and mean the same with every source; whatever else is named is
-// the source's own.
+// eof, speed, fault and fault_seed belong to the card and mean the same with every source; whatever
+// else is named is the source's own.
 
+#include "faults/fault_spec.h"
 #include "softcard/firmware/card.h"
 
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace softcard {
 
@@ -22,6 +24,8 @@ struct DeviceText {
     std::string path; // pcap: only
     AtEnd at_end = AtEnd::kIdle;
     double speed = 0; // 0: step mode
+    std::vector<faults::FaultSpec> faults;
+    uint64_t fault_seed = 1;
     std::map<std::string, std::string> source_options;
 };
 

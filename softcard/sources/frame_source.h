@@ -14,6 +14,8 @@ namespace softcard {
 struct SourceFrame {
     uint64_t timestamp_ns = 0;      // since the Unix epoch
     std::span<const uint8_t> bytes; // whole Ethernet frame, valid until the next call of next()
+    // Frames in front of this one were lost to readers that were too slow: their next poll says so.
+    bool reader_lapped = false;
 };
 
 class FrameSource {

@@ -41,6 +41,19 @@ TEST(DeviceText, HandsTheSimulatorItsOwnOptions) {
               (std::map<std::string, std::string>{{"seed", "7"}, {"instruments", "40"}}));
 }
 
+TEST(DeviceText, FaultsBelongToTheCardWhateverTheSource) {
+    const std::vector<faults::FaultSpec> expected = {{faults::Kind::kGap, 2'000'000'000, 3},
+                                                     {faults::Kind::kOverflow, std::nullopt, 1}};
+    for (const char* text : {"pcap:a.pcap?fault=gap@2:3+overflow&eof=stop&fault_seed=9",
+                             "sim:seed=7&fault=gap@2:3+overflow&eof=stop&fault_seed=9"}) {
+        const DeviceText device = parse_good(text);
+        EXPECT_EQ(device.faults, expected);
+        EXPECT_EQ(device.fault_seed, 9u);
+        EXPECT_EQ(device.at_end, AtEnd::kStop);
+    }
+    EXPECT_TRUE(parse_good("sim:seed=7").faults.empty());
+}
+
 struct ErrorCase {
     const char* name;
     const char* text;
@@ -57,7 +70,8 @@ const ErrorCase kErrors[] = {
     {"NoPathButOptions", "pcap:?eof=stop",
      "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
     {"UnknownOption", "pcap:a?loop=1",
-     "unknown option \"loop\"; pcap: knows eof=stop|idle and speed=F"},
+     "unknown option \"loop\"; pcap: knows eof=stop|idle, speed=F, fault=KIND[@TIME][:COUNT] and "
+     "fault_seed=N"},
     {"BadEnd", "pcap:a?eof=repeat", "eof=repeat: must be stop or idle"},
     {"EmptyEnd", "sim:eof=", "eof=: must be stop or idle"},
     {"ZeroSpeed", "sim:speed=0",
@@ -74,6 +88,10 @@ const ErrorCase kErrors[] = {
     {"NoKey", "sim:=7", "\"=7\" is not key=value"},
     {"EmptyOption", "sim:seed=1&&eof=stop", "\"\" is not key=value"},
     {"Twice", "sim:seed=1&seed=2", "option \"seed\" is given twice"},
+    {"BadFault", "pcap:a?fault=gap@soon",
+     "fault \"gap@soon\": behind @ stand seconds from the first frame, as in gap@2.5"},
+    {"BadFaultSeed", "sim:fault=gap&fault_seed=x", "fault_seed=x: must be a whole number from 0"},
+    {"FaultTwice", "sim:fault=gap&fault=gap", "option \"fault\" is given twice"},
     {"EndTwice", "sim:eof=stop&eof=idle", "option \"eof\" is given twice"},
 };
 
@@ -100,6 +118,26 @@ TEST(DeviceText, OpensTheKindOfCardThatIsAskedFor) {
     }
     EXPECT_EQ(open_card("pcap:" + directory.path("none"), error), nullptr);
     EXPECT_NE(error.find("No such file"), std::string::npos);
+}
+
+// The victims begin among the first sixteen candidates; with this seed at the first.
+constexpr char kSeedFromTheFirst[] = "13";
+
+TEST(DeviceText, FaultsAreInWhatTheCardDelivers) {
+    const TempDir directory;
+    const std::string path =
+        directory.file("a.pcap", pcap_of({shfe_change(1, 1), shfe_change(1, 2)}));
+    std::string error;
+    const auto card =
+        open_card("pcap:" + path + "?fault=duplicate@0:9&fault_seed=" + kSeedFromTheFirst, error);
+    ASSERT_NE(card, nullptr) << error;
+    program_lines(card->registers().program_view());
+    switch_on(card->registers().program_view());
+    Reader reader = card->new_reader(0);
+    for (const uint32_t change_no : {1u, 1u, 2u, 2u}) {
+        EXPECT_EQ(poll(*card, reader), decode_payload(1, change_no));
+    }
+    EXPECT_TRUE(poll(*card, reader).empty());
 }
 
 } // namespace

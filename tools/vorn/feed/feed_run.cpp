@@ -71,7 +71,7 @@ IniFile effective_file(const FeedRunOptions& options, const RunDirectory& direct
         if (options.speed > 0) {
             device += fmt::format("&speed={}", options.speed);
         }
-        keys["device"] = {device, 0};
+        keys["device"] = {device + options.faults, 0};
     }
     if (!options.device.empty()) {
         keys["device"] = {options.device, 0};

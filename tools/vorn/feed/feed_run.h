@@ -19,6 +19,7 @@ struct FeedRunOptions {
     std::string config;      // path of a configuration file; empty: all instruments, with recovery
     std::string capture;     // plays this capture instead of the configuration's device
     double speed = 0;        // of the capture; 0: as fast as the feed takes it, nothing lost
+    std::string faults = {}; // of the capture, as fault_device_options() gives them
     std::string device = {}; // replaces the configuration's; empty: it does not
 };
 

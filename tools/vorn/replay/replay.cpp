@@ -2,6 +2,7 @@
 
 #include "tools/vorn/data_out.h"
 #include "tools/vorn/exit_code.h"
+#include "tools/vorn/fault_options.h"
 #include "tools/vorn/feed/feed_run.h"
 #include "tools/vorn/feed/feed_text.h"
 #include "tools/vorn/messages.h"
@@ -24,6 +25,7 @@ struct ReplayOptions {
     std::string capture;
     std::string config;
     double speed = 0;
+    FaultOptions faults;
 };
 
 class Counter final : public FeedWatcher {
@@ -48,7 +50,9 @@ private:
 
 int run_replay(const ReplayOptions& options, const Globals& globals) {
     Counter counter(globals);
-    const FeedReport report = run_feed({options.config, options.capture, options.speed}, counter);
+    const FeedReport report = run_feed(
+        {options.config, options.capture, options.speed, fault_device_options(options.faults)},
+        counter);
     counter.finish();
 
     const double live = std::chrono::duration<double>(
@@ -94,7 +98,8 @@ void add_replay(CLI::App& app, Globals& globals) {
         app, "replay", "run the feed over a capture and count what becomes of it",
         {{"vorn replay session.pcap", "as fast as it goes; nothing is lost"},
          {"vorn replay session.pcap --speed 1", "in the time in which it was recorded"},
-         {"vorn replay session.pcap --config vorn.ini --json", "your own subscription, as JSON"}});
+         {"vorn replay session.pcap --config vorn.ini --json", "your own subscription, as JSON"},
+         {"vorn replay session.pcap --fault gap@2:3 --fault overflow:500", "what if"}});
     auto options = std::make_shared<ReplayOptions>();
     sub.add_option("CAPTURE", options->capture, "capture file (pcap)")->required();
     sub.add_option("--speed", options->speed, "times as fast as recorded; frames can be lost")
@@ -104,6 +109,7 @@ void add_replay(CLI::App& app, Globals& globals) {
                    "configuration of the feed (its device is not used); by default every "
                    "instrument of both feeds")
         ->option_text("FILE");
+    add_fault_options(sub, options->faults);
     add_json_flag(sub, globals);
     add_message_flags(sub, globals);
     on_run(sub, globals, [options](const Globals& g) { return run_replay(*options, g); });

@@ -3,8 +3,10 @@
 #include "exchange_sim/pcap_writer.h"
 #include "exchange_sim/session_options.h"
 #include "exchange_sim/truth_file.h"
+#include "faults/fault_filter.h"
 #include "tools/vorn/data_out.h"
 #include "tools/vorn/exit_code.h"
+#include "tools/vorn/fault_options.h"
 #include "tools/vorn/messages.h"
 #include "tools/vorn/progress.h"
 #include "tools/vorn/run_flag.h"
@@ -34,6 +36,7 @@ struct SimOptions {
     uint32_t rate = 20'000;
     std::vector<std::string> set; // key=value, any option of the simulator
     bool no_truth = false;
+    FaultOptions faults;
 };
 
 exchange_sim::SessionOptions session_options(const SimOptions& options) {
@@ -60,6 +63,20 @@ exchange_sim::SessionOptions session_options(const SimOptions& options) {
         throw Failure(kUsage, parsed.error);
     }
     return parsed.options;
+}
+
+// Those that the session is to be written with.
+std::vector<faults::FaultSpec> wire_faults(const SimOptions& options) {
+    auto specs = parsed_faults(options.faults);
+    for (const faults::FaultSpec& spec : specs) {
+        if (!faults::fits_into_a_capture(spec.kind)) {
+            throw Failure(
+                kUsage, fmt::format("{} happens in the card, so that no capture can hold it; give "
+                                    "it when the capture is played: vorn replay, vorn verify",
+                                    faults::name_of(spec.kind)));
+        }
+    }
+    return specs;
 }
 
 // The truth, written while the session is made.
@@ -117,6 +134,10 @@ nlohmann::json manifest(const SimOptions& options, const exchange_sim::SessionOp
          "stamps are nanoseconds since the Unix epoch in UTC; the exchange is at UTC+8"},
         {"set", options.set},
     };
+    if (!options.faults.texts.empty()) {
+        object["faults"] = options.faults.texts;
+        object["fault_seed"] = options.faults.seed;
+    }
     if (!options.no_truth) {
         object["truth"] = file_name(files.truth);
         object["truth_sha256"] = sha256_of_file(files.truth);
@@ -126,6 +147,7 @@ nlohmann::json manifest(const SimOptions& options, const exchange_sim::SessionOp
 
 int run_sim(const SimOptions& options, const Globals& globals) {
     const auto session = session_options(options);
+    const auto specs = wire_faults(options);
     if (globals.output.empty()) {
         throw Failure(kUsage, "say where to write the session: -o session.pcap");
     }
@@ -146,12 +168,32 @@ int run_sim(const SimOptions& options, const Globals& globals) {
     uint64_t first_ns = 0;
     uint64_t last_ns = 0;
     exchange_sim::Session* running = nullptr;
+    std::optional<faults::FaultFilter> filter;
     exchange_sim::WriteHooks hooks;
     hooks.begin = [&](exchange_sim::Session& made) {
         running = &made;
         if (truth) {
             truth->begin(made);
         }
+        if (!specs.empty()) {
+            filter.emplace(
+                [&made](faults::FilteredFrame& frame) {
+                    exchange_sim::WireFrame wire;
+                    const bool there = made.next(wire);
+                    frame = {wire.timestamp_ns, wire.bytes};
+                    return there;
+                },
+                specs, options.faults.seed);
+        }
+    };
+    hooks.next = [&](exchange_sim::Session& made, exchange_sim::WireFrame& frame) {
+        if (!filter) {
+            return made.next(frame);
+        }
+        faults::FilteredFrame filtered;
+        const bool there = filter->next(filtered);
+        frame = {filtered.timestamp_ns, filtered.bytes};
+        return there;
     };
     hooks.frame = [&](const exchange_sim::WireFrame& frame) {
         first_ns = first_ns == 0 ? frame.timestamp_ns : first_ns;
@@ -199,7 +241,9 @@ void add_sim(CLI::App& app, Globals& globals) {
          {"vorn sim -o s.pcap --seed 7 --seconds 60 --instruments 800 --rate 200000",
           "the same seed and options give the same bytes"},
          {"vorn sim -o s.pcap --set feeds=shfe --set options_percent=0", "any option of the "
-                                                                         "simulator"}});
+                                                                         "simulator"},
+         {"vorn sim -o s.pcap --fault gap@20 --fault tcp-loss:2", "with faults; the truth is that "
+                                                                  "of the session without"}});
     auto options = std::make_shared<SimOptions>();
     sub.add_option("--seed", options->seed, "seed of the session (7)")->option_text("N");
     sub.add_option("--seconds", options->seconds, "length in simulated seconds (60)")
@@ -215,6 +259,7 @@ void add_sim(CLI::App& app, Globals& globals) {
     sub.add_flag("--no-truth", options->no_truth, "write no truth file");
     sub.footer(sub.get_footer() + "\noptions of the simulator, for --set:\n" +
                exchange_sim::session_options_help());
+    add_fault_options(sub, options->faults);
     add_output_options(sub, globals, ".pcap");
     add_json_flag(sub, globals);
     add_message_flags(sub, globals);

@@ -2,6 +2,7 @@
 
 #include "tools/vorn/data_out.h"
 #include "tools/vorn/exit_code.h"
+#include "tools/vorn/fault_options.h"
 #include "tools/vorn/feed/feed_run.h"
 #include "tools/vorn/feed/feed_text.h"
 #include "tools/vorn/messages.h"
@@ -27,6 +28,7 @@ struct VerifyOptions {
     std::string truth;
     std::string config;
     bool allow_restarts = false;
+    FaultOptions faults;
 };
 
 class Matcher final : public FeedWatcher {
@@ -105,6 +107,7 @@ void report_text(const TruthMatch& match, const FeedReport& report, const Global
 int run_verify(const VerifyOptions& options, const Globals& globals) {
     const std::string truth =
         options.truth.empty() ? session_files(options.capture).truth : options.truth;
+    const std::string faults = fault_device_options(options.faults);
     std::unique_ptr<Matcher> matcher;
     try {
         matcher = std::make_unique<Matcher>(truth, globals);
@@ -113,7 +116,7 @@ int run_verify(const VerifyOptions& options, const Globals& globals) {
                                            "wrote it; --truth names another)",
                                            error.what()));
     }
-    const FeedReport report = run_feed({options.config, options.capture, 0}, *matcher);
+    const FeedReport report = run_feed({options.config, options.capture, 0, faults}, *matcher);
     const TruthMatch& match = matcher->finish(options.config.empty());
     if (globals.json) {
         report_json(match, report);
@@ -163,6 +166,7 @@ void add_verify(CLI::App& app, Globals& globals) {
                    "instrument of both feeds")
         ->option_text("FILE");
     sub.add_flag("--allow-restarts", options->allow_restarts, "do not take a gap for a difference");
+    add_fault_options(sub, options->faults);
     add_json_flag(sub, globals);
     add_message_flags(sub, globals);
     on_run(sub, globals, [options](const Globals& g) { return run_verify(*options, g); });
