@@ -17,7 +17,7 @@ Reader Card::new_reader(int port) {
 bool Card::have_frame() {
     if (!at_hand_ && !exhausted_) {
         at_hand_ = source_->next(frame_);
-        exhausted_ = !at_hand_;
+        exhausted_ = !at_hand_ && source_->exhausted();
     }
     return at_hand_;
 }

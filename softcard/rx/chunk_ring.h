@@ -50,7 +50,8 @@ private:
 // A reader of one port.
 struct Reader {
     int port = 0;
-    uint64_t position = 0; // in chunks; used by the thread that polls
+    uint64_t position = 0;    // in chunks; used by the thread that polls
+    uint64_t losses_told = 0; // live card: the source's losses that this reader knows of
 };
 
 } // namespace softcard
