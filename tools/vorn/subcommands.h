@@ -13,6 +13,7 @@ void add_sim(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
 void add_info(CLI::App& app, Globals& globals);
+void add_client(CLI::App& app, Globals& globals);
 void add_check(CLI::App& app, Globals& globals);
 
 } // namespace vorn_cli
