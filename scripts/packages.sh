@@ -14,6 +14,10 @@ vorn_packages=(
     "libgmock-dev:tests"
     "tshark:tests of the Wireshark dissector"
 )
+vorn_lab_packages=(
+    "iproute2:network namespaces of the lab"
+    "ethtool:offloads of the lab's links"
+)
 vorn_lint_packages=(
     "clang-format-14:formatter"
     "clang-tidy-14:linter"

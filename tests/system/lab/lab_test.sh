@@ -1,0 +1,129 @@
+#!/usr/bin/env bash
+# One case of the lab, by name: lab_test.sh LAB_SCRIPT BIN_FOLDER CASE. Status 77 when this machine
+# or this user cannot make network namespaces: the test is then skipped.
+set -euo pipefail
+
+lab=$1
+bin=$2
+case=$3
+
+skip() {
+    echo "SKIPPED: $1"
+    exit 77
+}
+
+fail() {
+    echo "FAILED: $1"
+    [ ! -f "$log" ] || cat "$log"
+    exit 1
+}
+
+[ "$(id -u)" -eq 0 ] || skip "making network namespaces needs root"
+for tool in ip ethtool; do
+    command -v $tool > /dev/null || skip "$tool is not installed (./dev lab installs it)"
+done
+probe=vorn-probe-$$
+ip netns add $probe 2> /dev/null || skip "no network namespace can be made here"
+ip netns del $probe
+
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+lab_pid=
+
+# A short session: what is tested is that it is right, not that it is fast.
+start_lab() { # ARGUMENTS
+    "$lab" --bin "$bin" --rate 1000 --instruments 60 "$@" > "$log" 2>&1 &
+    lab_pid=$!
+}
+
+status_of_lab() {
+    local status=0
+    wait "$lab_pid" || status=$?
+    echo "$status"
+}
+
+says() {
+    grep -q -- "$1" "$log" || fail "the lab does not say: $1"
+}
+
+# The process whose command line matches, in the lab's own namespace, once it is there.
+process_in() { # NAMESPACE WORD
+    local tries pid
+    for ((tries = 0; tries < 1200; tries++)); do
+        for pid in $(ip netns pids "$1" 2> /dev/null || true); do
+            if tr '\0' ' ' < "/proc/$pid/cmdline" 2> /dev/null | grep -q "^[^ ]*/vorn $2 "; then
+                echo "$pid"
+                return 0
+            fi
+        done
+        kill -0 "$lab_pid" 2> /dev/null || break
+        sleep 0.1
+    done
+    fail "there is no $2 in $1"
+}
+
+await_size() { # FILE BYTES
+    while [ "$(stat -c %s "$1" 2> /dev/null || echo 0)" -lt "$2" ]; do
+        kill -0 "$lab_pid" 2> /dev/null || fail "the lab has ended before $2 bytes were sent"
+        sleep 0.05
+    done
+}
+
+leaves_nothing() {
+    local found
+    found=$(find /run/netns -name "vorn-*-$lab_pid" 2> /dev/null || true)
+    [ -z "$found" ] || fail "namespaces are left: $found"
+    [ ! -e "$(dirname "$bin")/lab/run-$lab_pid" ] || fail "its folder is left"
+    # Its links are named after it, and so is what its programs were told to use.
+    ! ip link show "vornx$lab_pid" > /dev/null 2>&1 || fail "a link is left"
+    ! pgrep -f "vorn[xf]$lab_pid|lab/run-$lab_pid" > /dev/null || fail "a process is left"
+}
+
+case $case in
+a_session_equals_its_truth)
+    start_lab --seconds 3
+    status=$(status_of_lab)
+    [ "$status" = 0 ] || fail "status $status"
+    says "updates .* of 60 instruments, all equal to the truth"
+    ;;
+the_recorder_records_a_session)
+    start_lab --seconds 3 --recorder
+    status=$(status_of_lab)
+    [ "$status" = 0 ] || fail "status $status"
+    says "the last row of every instrument equals the exchange's truth"
+    ;;
+a_feed_that_loses_frames_recovers)
+    # Stopped while the session goes on, until far more has passed than its card's buffer holds. What
+    # has been sent is read off the exchange's capture: no time is assumed.
+    start_lab --seconds 15 --buffer 1M
+    feed=$(process_in "vorn-feed-$lab_pid" verify)
+    sent=$(dirname "$bin")/lab/run-$lab_pid/live.pcap.part
+    await_size "$sent" 300000
+    kill -STOP "$feed"
+    await_size "$sent" 1100000
+    kill -CONT "$feed"
+    status=$(status_of_lab)
+    [ "$status" = 0 ] || fail "status $status"
+    says "all equal to the truth"
+    says "losses  *[1-9][0-9]* overflows, [1-9][0-9]* gaps, [1-9][0-9]* restarts"
+    ;;
+a_killed_feed_fails_and_leaves_nothing)
+    start_lab --seconds 600
+    feed=$(process_in "vorn-feed-$lab_pid" verify)
+    process_in "vorn-feed-$lab_pid" client > /dev/null
+    kill -KILL "$feed"
+    status=$(status_of_lab)
+    [ "$status" = 1 ] || fail "status $status"
+    says "the feed ended with status 137"
+    ;;
+a_terminated_lab_leaves_nothing)
+    start_lab --seconds 600
+    process_in "vorn-feed-$lab_pid" client > /dev/null
+    kill -TERM "$lab_pid"
+    status=$(status_of_lab)
+    [ "$status" = 143 ] || fail "status $status"
+    ;;
+*) fail "there is no case $case" ;;
+esac
+leaves_nothing
+echo "passed"
