@@ -58,7 +58,7 @@ while [ $# -gt 0 ]; do
         shift 2
         ;;
     --bin) # of another build
-        bin=${2:?--bin takes a folder}
+        bin=$(cd "${2:?--bin takes a folder}" && pwd)
         shift 2
         ;;
     --keep | --recorder)

@@ -27,8 +27,15 @@ ip netns add $probe 2> /dev/null || skip "no network namespace can be made here"
 ip netns del $probe
 
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
 lab_pid=
+ended=false
+trap 'end_lab' EXIT
+end_lab() {
+    if ! $ended && [ -n "$lab_pid" ] && kill -TERM "$lab_pid" 2> /dev/null; then
+        wait "$lab_pid" || true
+    fi
+    rm -f "$log"
+}
 
 # A short session: what is tested is that it is right, not that it is fast.
 start_lab() { # ARGUMENTS
@@ -36,10 +43,11 @@ start_lab() { # ARGUMENTS
     lab_pid=$!
 }
 
-status_of_lab() {
+await_status() { # WANTED
     local status=0
     wait "$lab_pid" || status=$?
-    echo "$status"
+    ended=true
+    [ "$status" = "$1" ] || fail "status $status instead of $1"
 }
 
 says() {
@@ -51,7 +59,7 @@ process_in() { # NAMESPACE WORD
     local tries pid
     for ((tries = 0; tries < 1200; tries++)); do
         for pid in $(ip netns pids "$1" 2> /dev/null || true); do
-            if tr '\0' ' ' < "/proc/$pid/cmdline" 2> /dev/null | grep -q "^[^ ]*/vorn $2 "; then
+            if { tr '\0' ' ' < "/proc/$pid/cmdline"; } 2> /dev/null | grep -q "^[^ ]*/vorn $2 "; then
                 echo "$pid"
                 return 0
             fi
@@ -59,7 +67,8 @@ process_in() { # NAMESPACE WORD
         kill -0 "$lab_pid" 2> /dev/null || break
         sleep 0.1
     done
-    fail "there is no $2 in $1"
+    echo "FAILED: there is no $2 in $1" >&2
+    return 1
 }
 
 await_size() { # FILE BYTES
@@ -82,46 +91,41 @@ leaves_nothing() {
 case $case in
 a_session_equals_its_truth)
     start_lab --seconds 3
-    status=$(status_of_lab)
-    [ "$status" = 0 ] || fail "status $status"
+    await_status 0
     says "updates .* of 60 instruments, all equal to the truth"
     ;;
 the_recorder_records_a_session)
     start_lab --seconds 3 --recorder
-    status=$(status_of_lab)
-    [ "$status" = 0 ] || fail "status $status"
+    await_status 0
     says "the last row of every instrument equals the exchange's truth"
     ;;
 a_feed_that_loses_frames_recovers)
     # Stopped while the session goes on, until far more has passed than its card's buffer holds. What
     # has been sent is read off the exchange's capture: no time is assumed.
-    start_lab --seconds 15 --buffer 1M
+    start_lab --seconds 20 --rate 2000 --buffer 8M
     feed=$(process_in "vorn-feed-$lab_pid" verify)
     sent=$(dirname "$bin")/lab/run-$lab_pid/live.pcap.part
-    await_size "$sent" 300000
+    await_size "$sent" 600000
     kill -STOP "$feed"
-    await_size "$sent" 1100000
+    await_size "$sent" 2400000
     kill -CONT "$feed"
-    status=$(status_of_lab)
-    [ "$status" = 0 ] || fail "status $status"
+    await_status 0
     says "all equal to the truth"
-    says "losses  *[1-9][0-9]* overflows, [1-9][0-9]* gaps, [1-9][0-9]* restarts"
+    says "losses  *[1-9][0-9]* overflows"
     ;;
 a_killed_feed_fails_and_leaves_nothing)
     start_lab --seconds 600
     feed=$(process_in "vorn-feed-$lab_pid" verify)
     process_in "vorn-feed-$lab_pid" client > /dev/null
     kill -KILL "$feed"
-    status=$(status_of_lab)
-    [ "$status" = 1 ] || fail "status $status"
+    await_status 1
     says "the feed ended with status 137"
     ;;
 a_terminated_lab_leaves_nothing)
     start_lab --seconds 600
     process_in "vorn-feed-$lab_pid" client > /dev/null
     kill -TERM "$lab_pid"
-    status=$(status_of_lab)
-    [ "$status" = 143 ] || fail "status $status"
+    await_status 143
     ;;
 *) fail "there is no case $case" ;;
 esac

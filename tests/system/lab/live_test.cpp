@@ -108,9 +108,10 @@ TEST_F(Live, AClientWithoutAnExchangeGivesUp) {
 TEST_F(Live, AClientThatGoesAwayEndsTheSession) {
     const auto run =
         shell(vorn_ + " sim --live --interface lo --seconds 600 --rate 1000 --instruments 20" +
-              " --set round_interval_ms=50 -o s.pcap --bind " + address_ + " 2> exchange.err &\n" +
-              "exchange=$!\n" + vorn_ + " client " + address_ + " & client=$!\n" +
-              "while ! grep -q waiting exchange.err; do sleep 0.05; done; sleep 1\n" +
+              " --set first_round_ms=50 --set round_interval_ms=50 -o s.pcap --bind " + address_ +
+              " 2> exchange.err &\n" + "exchange=$!\n" + vorn_ + " client " + address_ +
+              " & client=$!\n" +
+              "while [ ! -s s.pcap.part ]; do sleep 0.05; done\n" + // the session is under way
               "kill -9 $client; wait $exchange\n");
     EXPECT_EQ(run.exit_status, 1);
     EXPECT_NE(content("exchange.err").find(" has gone: "), std::string::npos)
