@@ -82,10 +82,14 @@ for program in vorn ApiDemoCallback session_report; do
 done
 
 if [ "$repeat" -ne 1 ]; then
-    trap 'exit 130' INT TERM # the run itself tidies up
+    one_run=
+    # The run itself tidies up.
+    trap '[ -z "$one_run" ] || kill -TERM "$one_run"; wait; exit 143' INT TERM HUP
     for ((run_no = 1; run_no <= repeat; run_no++)); do
         echo "run $run_no of $repeat"
-        "$0" "${arguments[@]}" --repeat 1 || exit $?
+        "$0" "${arguments[@]}" --repeat 1 &
+        one_run=$!
+        wait "$one_run" || exit $?
     done
     echo "$repeat runs passed"
     exit 0
@@ -100,7 +104,6 @@ exchange_ip=172.20.11.11
 feed_ip=172.20.21.2
 lab=$(dirname "$bin")/lab
 run=$lab/run-$$
-watchdog=
 
 kill_all_in() { # NAMESPACE
     local pids tries
@@ -135,7 +138,9 @@ tidy_up() {
     local status=$?
     trap '' INT TERM HUP
     trap - EXIT
-    [ -z "$watchdog" ] || kill "$watchdog" 2> /dev/null || true
+    # Its own children first: one that is just starting is not in its namespace yet.
+    # shellcheck disable=SC2046
+    kill -TERM $(jobs -p) 2> /dev/null || true
     remove_namespaces "$exchange_ns" "$feed_ns"
     wait 2> /dev/null || true
     if $keep && [ -d "$run" ]; then
@@ -258,8 +263,7 @@ await_feed() {
 
 await_programs() {
     local ended status left=3 name
-    sleep $((seconds + 300)) &
-    watchdog=$!
+    sleep $((seconds + 300)) & # the one that is none of the three below
     while [ $left -gt 0 ]; do
         status=0
         wait -n -p ended || status=$?

@@ -127,6 +127,52 @@ a_terminated_lab_leaves_nothing)
     kill -TERM "$lab_pid"
     await_status 143
     ;;
+an_interface_that_will_not_do_is_refused)
+    work=$(mktemp -d)
+    ip netns add $probe
+    trap 'end_lab; ip netns del $probe; rm -rf "$work"' EXIT
+    ip -n $probe link add vornp0 type veth peer name vornp1
+    config="[config]\ninsts = all\nshfe2ps = enabled\nine2ps = enabled\ncpucore = 0\n"
+    # shellcheck disable=SC2059
+    printf "${config}device = if:vornp0\n" > "$work/if.ini"
+    "$bin/vorn" sim -q -o "$work/s.pcap" --changes 100 --instruments 10
+    refused() { # TEXT COMMAND...
+        local text=$1 status=0
+        shift
+        ip netns exec $probe "$@" > "$log" 2>&1 || status=$?
+        [ $status -ne 0 ] || fail "it was not refused"
+        says "$text"
+    }
+    verify=("$bin/vorn" verify --config "$work/if.ini" --truth "$work/s.truth")
+    refused "interface vornp0 is down; ip link set vornp0 up" "$bin/vorn" check "$work/if.ini"
+    refused "interface vornp0 is down" "${verify[@]}"
+    ip -n $probe link set vornp0 up
+    ip -n $probe link set vornp1 up
+    ip netns exec $probe "$bin/vorn" check "$work/if.ini" > "$log" 2>&1 || fail "check"
+    chmod -R a+rwX "$work"
+    refused "capturing on vornp0 needs the privilege CAP_NET_RAW" \
+        setpriv --bounding-set -net_raw --inh-caps -net_raw "${verify[@]}"
+    # Opened, until its card listens.
+    listen() {
+        ip netns exec $probe "${verify[@]}" > "$log" 2>&1 &
+        lab_pid=$!
+        while ! ip -n $probe maddr show dev vornp0 | grep -q 'inet *239\.'; do
+            kill -0 $lab_pid 2> /dev/null || fail "the feed does not listen"
+            sleep 0.05
+        done
+        kill -TERM $lab_pid
+        wait $lab_pid || true # status 3: nothing came: there is nothing to verify
+        lab_pid=
+    }
+    ip netns exec $probe ethtool -K vornp0 tso on gro on > /dev/null
+    listen
+    says "softcard: vornp0 has gro, tso.* on.*ethtool -K vornp0 "
+    ip netns exec $probe ethtool -K vornp0 rx off tx off sg off tso off gso off gro off > /dev/null
+    listen
+    ! grep softcard: "$log" || fail "a warning without a reason"
+    echo "passed"
+    exit 0
+    ;;
 *) fail "there is no case $case" ;;
 esac
 leaves_nothing

@@ -105,7 +105,7 @@ void report_text(const TruthMatch& match, const FeedReport& report, const Global
 
 int run_verify(const VerifyOptions& options, const Globals& globals) {
     if (options.capture.empty() && (options.config.empty() || options.truth.empty())) {
-        throw Failure(kUsage, "say what to verify: a capture, or with --config and --truth what "
+        throw Failure(kUsage, "say what to verify: CAPTURE, or with --config and --truth what "
                               "the configuration's own device brings");
     }
     const std::string truth =
