@@ -136,7 +136,7 @@ private:
     }
 
     static void pause() {
-        const timespec tick{0, kTickMs * 1'000'000};
+        const timespec tick{0, kTickMs * 1'000'000L};
         ::nanosleep(&tick, nullptr);
     }
 
