@@ -129,6 +129,7 @@ a_terminated_lab_leaves_nothing)
     ;;
 an_interface_that_will_not_do_is_refused)
     work=$(mktemp -d)
+    export TMPDIR=$work
     ip netns add $probe
     trap 'end_lab; ip netns del $probe; rm -rf "$work"' EXIT
     ip -n $probe link add vornp0 type veth peer name vornp1
