@@ -85,6 +85,13 @@ TEST_F(Live, TheSessionThatIsSentIsTheOneThatItsSeedMakes) {
     EXPECT_EQ(manifest["live"]["datagrams"], manifest["datagrams"]);
 }
 
+TEST_F(Live, TheNextExchangeListensAtOnceWhereOneHasClosed) {
+    for (int i = 0; i < 2; ++i) {
+        const auto run = exchange_and_client("-q");
+        EXPECT_EQ(run.exit_status, 0) << run.err << content("exchange.err");
+    }
+}
+
 TEST_F(Live, AnExchangeWithoutClientsGivesUp) {
     const auto run =
         shell(vorn_ + " sim --live --interface lo --wait 0.2 -o s.pcap --bind " + address_);

@@ -107,6 +107,8 @@ bool numbers_will_wrap(int socket) {
         setsockopt(socket, IPPROTO_TCP, TCP_REPAIR_QUEUE, &kSendQueue, sizeof(kSendQueue)) == 0 &&
         getsockopt(socket, IPPROTO_TCP, TCP_QUEUE_SEQ, &number, &size) == 0;
     setsockopt(socket, IPPROTO_TCP, TCP_REPAIR, &off, sizeof(off));
+    // Which that has cleared; without it the next exchange cannot listen here for a minute.
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
     return known && number > UINT32_MAX - kRoomForNumbers;
 }
 
