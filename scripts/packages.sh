@@ -16,6 +16,10 @@ vorn_packages=(
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
 )
+vorn_lab_packages=(
+    "iproute2:network namespaces of the lab"
+    "ethtool:offloads of the lab's links"
+)
 vorn_lint_packages=(
     "clang-format-14:formatter"
     "clang-tidy-14:linter"

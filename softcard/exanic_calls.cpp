@@ -58,7 +58,8 @@ void release(exanic* device) {
 
 exanic* acquire(const char* name) {
     if (name == nullptr || *name == '\0') {
-        set_error("no device name; use sim:key=value&... or pcap:PATH?key=value&...");
+        set_error("no device name; use sim:key=value&..., pcap:PATH?key=value&... or "
+                  "if:INTERFACE?key=value&...");
         return nullptr;
     }
     const std::lock_guard lock(registry().mutex);

@@ -19,7 +19,7 @@ bool Card::have_frame() {
     if (!at_hand_ && !exhausted_) {
         frame_.reader_lapped = false;
         at_hand_ = source_->next(frame_);
-        exhausted_ = !at_hand_;
+        exhausted_ = !at_hand_ && source_->exhausted();
     }
     return at_hand_;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 // One card: its register window, the rings of its two receive ports, and the source of its frames.
-// How frames get from the source into the rings is what the two kinds of card differ in:
-// StepCard (step_card.h) and PacedCard (paced_card.h).
+// How frames get from the source into the rings is what the kinds of card differ in: StepCard
+// (step_card.h), PacedCard (paced_card.h) and LiveCard (live_card.h).
 //
 // No card has a thread of its own: all work is done by whoever polls, under the card's lock.
 
@@ -43,7 +43,8 @@ protected:
          AtEnd at_end);
 
     // Under the lock, all of them.
-    // Makes the source's next frame the one at hand unless there is one; false: exhausted.
+    // Makes the source's next frame the one at hand unless there is one; false: there is none
+    // (now).
     bool have_frame();
     const SourceFrame& frame() const { return frame_; }
     void drop_frame() { at_hand_ = false; }

@@ -56,6 +56,7 @@ struct Reader {
     int port = 0;
     uint64_t position = 0;     // in chunks; used by the thread that polls
     uint64_t timestamp_ns = 0; // whole time stamp of the frame that it got last
+    uint64_t losses_told = 0;  // live card: the source's losses that this reader knows of
 };
 
 } // namespace softcard

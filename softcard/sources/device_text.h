@@ -4,12 +4,14 @@
 //
 //   sim:key=value&...            the simulated exchange
 //   pcap:PATH?key=value&...      a capture file
+//   if:INTERFACE?key=value&...   a network interface, live
 //
-// eof, speed, fault and fault_seed belong to the card and mean the same with every source; whatever
-// else is named is the source's own.
+// eof, speed, fault and fault_seed belong to the card and mean the same with every source that has
+// an end; whatever else is named is the source's own.
 
 #include "faults/fault_spec.h"
 #include "softcard/firmware/card.h"
+#include "softcard/sources/interface_source.h"
 
 #include <map>
 #include <memory>
@@ -21,11 +23,12 @@ namespace softcard {
 
 struct DeviceText {
     std::string scheme;
-    std::string path; // pcap: only
+    std::string path; // pcap: and if: the interface
     AtEnd at_end = AtEnd::kIdle;
-    double speed = 0; // 0: step mode
+    double speed = 0; // 0: step mode, if not live
     std::vector<faults::FaultSpec> faults;
     uint64_t fault_seed = 1;
+    InterfaceOptions live; // if: only
     std::map<std::string, std::string> source_options;
 };
 

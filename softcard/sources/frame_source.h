@@ -25,8 +25,11 @@ public:
     FrameSource& operator=(const FrameSource&) = delete;
     virtual ~FrameSource() = default;
 
-    // The next frame, or false once the source is exhausted (and then always).
+    // The next frame, or false when there is none: for good, unless exhausted() says otherwise.
     virtual bool next(SourceFrame& frame) = 0;
+
+    // After next() gave false: whether that is for good. A live source may have frames later.
+    virtual bool exhausted() const { return true; }
 };
 
 } // namespace softcard

@@ -15,6 +15,7 @@ void add_record(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
 void add_info(CLI::App& app, Globals& globals);
+void add_client(CLI::App& app, Globals& globals);
 void add_check(CLI::App& app, Globals& globals);
 
 } // namespace vorn_cli

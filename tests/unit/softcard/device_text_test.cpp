@@ -54,6 +54,23 @@ TEST(DeviceText, FaultsBelongToTheCardWhateverTheSource) {
     EXPECT_TRUE(parse_good("sim:seed=7").faults.empty());
 }
 
+TEST(DeviceText, NamesAnInterfaceAndItsBuffer) {
+    const DeviceText plain = parse_good("if:eth1");
+    EXPECT_EQ(plain.scheme, "if");
+    EXPECT_EQ(plain.live.interface, "eth1");
+    EXPECT_EQ(plain.live.buffer_bytes, 64u << 20);
+    EXPECT_EQ(plain.live.idle_seconds, 0);
+    EXPECT_EQ(plain.at_end, AtEnd::kIdle);
+    const DeviceText full = parse_good("if:eth1?buffer=128M&idle=2.5&eof=stop");
+    EXPECT_EQ(full.live.interface, "eth1");
+    EXPECT_EQ(full.live.buffer_bytes, 128u << 20);
+    EXPECT_EQ(full.live.idle_seconds, 2.5);
+    EXPECT_EQ(full.at_end, AtEnd::kStop);
+    EXPECT_EQ(parse_good("if:eth1?buffer=1048576").live.buffer_bytes, 1u << 20);
+    EXPECT_EQ(parse_good("if:eth1?buffer=2048K").live.buffer_bytes, 2u << 20);
+    EXPECT_EQ(parse_good("if:eth1?buffer=1G").live.buffer_bytes, 1u << 30);
+}
+
 struct ErrorCase {
     const char* name;
     const char* text;
@@ -62,10 +79,12 @@ struct ErrorCase {
 
 const ErrorCase kErrors[] = {
     {"NoScheme", "exanic0",
-     "no source in device \"exanic0\"; use sim:key=value&... or pcap:PATH?key=value&..."},
+     "no source in device \"exanic0\"; use sim:key=value&..., pcap:PATH?key=value&... or "
+     "if:INTERFACE?key=value&..."},
     {"UnknownScheme", "tap:eth0",
-     "unknown source \"tap\" in device \"tap:eth0\"; use sim:key=value&... or "
-     "pcap:PATH?key=value&..."},
+     "unknown source \"tap\" in device \"tap:eth0\"; use sim:key=value&..., "
+     "pcap:PATH?key=value&... "
+     "or if:INTERFACE?key=value&..."},
     {"NoPath", "pcap:", "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
     {"NoPathButOptions", "pcap:?eof=stop",
      "pcap: needs the path of a capture file, as in pcap:PATH?eof=stop"},
@@ -92,6 +111,29 @@ const ErrorCase kErrors[] = {
      "fault \"gap@soon\": behind @ stand seconds from the first frame, as in gap@2.5"},
     {"BadFaultSeed", "sim:fault=gap&fault_seed=x", "fault_seed=x: must be a whole number from 0"},
     {"FaultTwice", "sim:fault=gap&fault=gap", "option \"fault\" is given twice"},
+    {"NoInterface", "if:", "if: needs the name of a network interface, as in if:eth1"},
+    {"InterfaceWithSpeed", "if:eth1?speed=1", "if: plays in real time and takes no speed="},
+    {"InterfaceWithFault", "if:eth1?fault=gap",
+     "if: shows what the network brings and takes no fault=; record it and put the faults into the "
+     "recording, as in pcap:PATH?fault=gap"},
+    {"InterfaceUnknownOption", "if:eth1?loop=1",
+     "unknown option \"loop\"; if: knows buffer=SIZE and idle=SECONDS with eof=stop"},
+    {"BufferTooSmall", "if:eth1?buffer=1023K",
+     "buffer=1023K: must be a size from 1M to 1G, as in buffer=64M"},
+    {"BufferTooLarge", "if:eth1?buffer=2G",
+     "buffer=2G: must be a size from 1M to 1G, as in buffer=64M"},
+    {"BufferBeyondAllNumbers", "if:eth1?buffer=18446744073709551615G",
+     "buffer=18446744073709551615G: must be a size from 1M to 1G, as in buffer=64M"},
+    {"BufferUnit", "if:eth1?buffer=64MB",
+     "buffer=64MB: must be a size from 1M to 1G, as in buffer=64M"},
+    {"IdleZero", "if:eth1?idle=0&eof=stop", "idle=0: must be a number of seconds greater than 0"},
+    {"IdleWord", "if:eth1?idle=x&eof=stop", "idle=x: must be a number of seconds greater than 0"},
+    {"StopWithoutIdle", "if:eth1?eof=stop",
+     "an interface has no end: eof=stop and idle=SECONDS go together, to stop once nothing has "
+     "come for so long"},
+    {"IdleWithoutStop", "if:eth1?idle=3",
+     "an interface has no end: eof=stop and idle=SECONDS go together, to stop once nothing has "
+     "come for so long"},
     {"EndTwice", "sim:eof=stop&eof=idle", "option \"eof\" is given twice"},
 };
 

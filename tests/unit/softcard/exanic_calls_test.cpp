@@ -93,12 +93,12 @@ TEST_F(ExanicCalls, RefusePortsAndBuffersThatDoNotExist) {
 TEST_F(ExanicCalls, SayWhyADeviceCannotBeOpened) {
     EXPECT_EQ(exanic_acquire_handle(nullptr), nullptr);
     EXPECT_STREQ(exanic_get_last_error(),
-                 "no device name; use sim:key=value&... or pcap:PATH?key=value&...");
+                 "no device name; use sim:key=value&..., pcap:PATH?key=value&... or "
+                 "if:INTERFACE?key=value&...");
     EXPECT_EQ(exanic_acquire_handle(""), nullptr);
     EXPECT_EQ(exanic_acquire_handle("exanic0"), nullptr);
-    EXPECT_STREQ(exanic_get_last_error(),
-                 "no source in device \"exanic0\"; use sim:key=value&... or "
-                 "pcap:PATH?key=value&...");
+    EXPECT_STREQ(exanic_get_last_error(), "no source in device \"exanic0\"; use sim:key=value&..., "
+                                          "pcap:PATH?key=value&... or if:INTERFACE?key=value&...");
     const std::string missing = "pcap:" + directory_.path("missing");
     EXPECT_EQ(exanic_acquire_handle(missing.c_str()), nullptr);
     EXPECT_NE(std::string(exanic_get_last_error()).find("No such file"), std::string::npos);

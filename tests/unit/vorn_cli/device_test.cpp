@@ -41,4 +41,17 @@ TEST(DeviceTrouble, LooksAtTheCaptureOfTheSoftwareCard) {
     EXPECT_NE(device_trouble_of_card("pcap:"), "");
 }
 
+TEST(DeviceTrouble, LooksAtTheInterfaceOfTheSoftwareCard) {
+    const std::string loopback = device_trouble_of_card("if:lo");
+    const std::string missing = device_trouble_of_card("if:absent0?idle=3&eof=stop");
+    if (!kSoftcard) {
+        EXPECT_NE(loopback.find("software card"), std::string::npos) << loopback;
+        EXPECT_NE(missing, "");
+        return;
+    }
+    EXPECT_NE(loopback.find("loopback (lo) cannot work"), std::string::npos) << loopback;
+    EXPECT_NE(missing.find("there is no interface absent0"), std::string::npos) << missing;
+    EXPECT_NE(device_trouble_of_card("if:absent0?loop=1").find("loop"), std::string::npos);
+}
+
 } // namespace

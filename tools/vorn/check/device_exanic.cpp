@@ -8,7 +8,7 @@
 namespace vorn_cli {
 
 std::string device_trouble_of_card(const std::string& device) {
-    if (device.starts_with("sim:") || device.starts_with("pcap:")) {
+    if (device.starts_with("sim:") || device.starts_with("pcap:") || device.starts_with("if:")) {
         return fmt::format("device = {} names a source of the software card, but this build uses "
                            "the ExaNIC library",
                            quoted(device));

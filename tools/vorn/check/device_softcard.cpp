@@ -2,6 +2,7 @@
 
 #include "exchange_sim/session_options.h"
 #include "softcard/sources/device_text.h"
+#include "softcard/sources/network_interface.h"
 #include "softcard/sources/pcap_source.h"
 #include "tools/vorn/check/check_context.h"
 
@@ -12,6 +13,9 @@ std::string device_trouble_of_card(const std::string& device) {
     std::string error;
     if (!softcard::parse_device_text(device, text, error)) {
         return error;
+    }
+    if (text.scheme == "if") {
+        return softcard::interface_trouble(text.path);
     }
     if (text.scheme == "pcap") {
         softcard::open_pcap_source(text.path, error);

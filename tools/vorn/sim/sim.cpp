@@ -11,6 +11,7 @@
 #include "tools/vorn/progress.h"
 #include "tools/vorn/run_flag.h"
 #include "tools/vorn/session_files.h"
+#include "tools/vorn/sim/live_exchange.h"
 #include "tools/vorn/sim/sha256.h"
 #include "tools/vorn/subcommands.h"
 
@@ -19,6 +20,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <memory>
 #include <optional>
@@ -37,6 +39,8 @@ struct SimOptions {
     std::vector<std::string> set; // key=value, any option of the simulator
     bool no_truth = false;
     FaultOptions faults;
+    bool live = false;
+    LiveOptions network; // live only
 };
 
 exchange_sim::SessionOptions session_options(const SimOptions& options) {
@@ -145,8 +149,61 @@ nlohmann::json manifest(const SimOptions& options, const exchange_sim::SessionOp
     return object;
 }
 
+nlohmann::json live_json(const LiveExchange& live) {
+    return {{"datagrams", live.report().datagrams},
+            {"segments", live.report().segments},
+            {"late_ms_at_most",
+             std::chrono::duration<double, std::milli>(live.report().latest).count()}};
+}
+
+// A session on the network alone, without files.
+int run_unrecorded(const exchange_sim::SessionOptions& options, LiveExchange& live,
+                   const RunFlag& run, const Globals& globals) {
+    exchange_sim::Session session(options);
+    Progress progress(globals, "datagrams", 0);
+    for (exchange_sim::WireFrame frame; session.next(frame) && live.send(frame, run);) {
+        progress.update(live.report().datagrams);
+    }
+    progress.finish();
+    live.finish(run);
+    if (globals.json) {
+        DataOut out(STDOUT_FILENO);
+        out.json(live_json(live));
+        out.close();
+    } else {
+        say(globals, "{} datagrams and {} segments of snapshots sent", live.report().datagrams,
+            live.report().segments);
+    }
+    return kFine;
+}
+
+// Opens the network and waits for the clients; false when the run was ended meanwhile.
+bool start_live(const SimOptions& options, const exchange_sim::SessionOptions& session,
+                const RunFlag& run, const Globals& globals, std::optional<LiveExchange>& live) {
+    if (options.network.interface.empty()) {
+        throw Failure(kUsage, "--live needs the interface to send on: --interface IF");
+    }
+    if (!(options.network.speed > 0) || !(options.network.wait_s >= 0)) {
+        throw Failure(kUsage, "--speed must be greater than 0 and --wait not negative");
+    }
+    if (!options.faults.texts.empty()) {
+        throw Failure(kUsage, "--live sends the session as it is: put the faults into what was "
+                              "received, as in vorn replay recorded.pcap --fault gap");
+    }
+    live.emplace(options.network, session);
+    say(globals, "waiting for the clients on {}", live->address());
+    return live->await_clients(run);
+}
+
 int run_sim(const SimOptions& options, const Globals& globals) {
     const auto session = session_options(options);
+    if (globals.output.empty() && options.live) {
+        RunFlag run;
+        std::optional<LiveExchange> live;
+        return start_live(options, session, run, globals, live)
+                   ? run_unrecorded(session, *live, run, globals)
+                   : kFine;
+    }
     const auto specs = wire_faults(options);
     if (globals.output.empty()) {
         throw Failure(kUsage, "say where to write the session: -o session.pcap");
@@ -161,6 +218,11 @@ int run_sim(const SimOptions& options, const Globals& globals) {
     if (!options.no_truth) {
         truth.emplace(files.truth, globals.force);
     }
+    std::optional<LiveExchange> live;
+    if (options.live && !start_live(options, session, run, globals, live)) {
+        return kFine;
+    }
+    std::exception_ptr network_failure; // kept, so that the unfinished capture is removed
     const uint64_t wanted = session.changes != 0
                                 ? session.changes
                                 : session.seconds_ns / 1'000'000 * session.rate / 1000;
@@ -199,10 +261,18 @@ int run_sim(const SimOptions& options, const Globals& globals) {
         first_ns = first_ns == 0 ? frame.timestamp_ns : first_ns;
         last_ns = frame.timestamp_ns;
         progress.update(running->counters().changes);
-        return run.running();
+        try {
+            return live ? live->send(frame, run) : run.running();
+        } catch (...) {
+            network_failure = std::current_exception();
+            return false;
+        }
     };
     const auto written = exchange_sim::write_session(files.capture, session, hooks);
     progress.finish();
+    if (network_failure) {
+        std::rethrow_exception(network_failure);
+    }
     if (!written.ok()) {
         if (!run.running()) {
             say(globals, "interrupted: nothing was kept");
@@ -210,10 +280,16 @@ int run_sim(const SimOptions& options, const Globals& globals) {
         }
         throw Failure(kFailed, written.error);
     }
+    if (live) {
+        live->finish(run);
+    }
     if (truth) {
         truth->commit();
     }
-    const nlohmann::json object = manifest(options, session, written, files, first_ns, last_ns);
+    nlohmann::json object = manifest(options, session, written, files, first_ns, last_ns);
+    if (live) {
+        object["live"] = live_json(*live);
+    }
     DataOut manifest_out(files.manifest, true, STDOUT_FILENO);
     manifest_out.line(object.dump(2));
     manifest_out.close();
@@ -240,6 +316,9 @@ void add_sim(CLI::App& app, Globals& globals) {
                                       "session.manifest.json"},
          {"vorn sim -o s.pcap --seed 7 --seconds 60 --instruments 800 --rate 200000",
           "the same seed and options give the same bytes"},
+         {"vorn sim --live --interface eth1 --rate 2000",
+          "the exchange on a real network; see vorn "
+          "client"},
          {"vorn sim -o s.pcap --set feeds=shfe --set options_percent=0", "any option of the "
                                                                          "simulator"},
          {"vorn sim -o s.pcap --fault gap@20 --fault tcp-loss:2", "with faults; the truth is that "
@@ -257,6 +336,22 @@ void add_sim(CLI::App& app, Globals& globals) {
         ->option_text("KEY=VALUE")
         ->allow_extra_args(false);
     sub.add_flag("--no-truth", options->no_truth, "write no truth file");
+    CLI::Option* const live = sub.add_flag(
+        "--live", options->live, "send it on a network as it happens; -o then also keeps it");
+    sub.add_option("--interface", options->network.interface, "live: where to send it")
+        ->option_text("IF")
+        ->needs(live);
+    sub.add_option("--bind", options->network.bind,
+                   "live: address of this end (the interface's first)")
+        ->option_text("ADDRESS")
+        ->needs(live);
+    sub.add_option("--speed", options->network.speed,
+                   "live: times as fast as the session's time stamps (1)")
+        ->option_text("F")
+        ->needs(live);
+    sub.add_option("--wait", options->network.wait_s, "live: seconds to wait for the clients (30)")
+        ->option_text("S")
+        ->needs(live);
     sub.footer(sub.get_footer() + "\noptions of the simulator, for --set:\n" +
                exchange_sim::session_options_help());
     add_fault_options(sub, options->faults);

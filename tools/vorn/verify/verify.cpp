@@ -29,6 +29,7 @@ struct VerifyOptions {
     std::string config;
     bool allow_restarts = false;
     FaultOptions faults;
+    bool complete = false; // every instrument of the truth must have been updated
 };
 
 class Matcher final : public FeedWatcher {
@@ -105,6 +106,10 @@ void report_text(const TruthMatch& match, const FeedReport& report, const Global
 }
 
 int run_verify(const VerifyOptions& options, const Globals& globals) {
+    if (options.capture.empty() && (options.config.empty() || options.truth.empty())) {
+        throw Failure(kUsage, "say what to verify: CAPTURE, or with --config and --truth what "
+                              "the configuration's own device brings");
+    }
     const std::string truth =
         options.truth.empty() ? session_files(options.capture).truth : options.truth;
     const std::string faults = fault_device_options(options.faults);
@@ -117,7 +122,7 @@ int run_verify(const VerifyOptions& options, const Globals& globals) {
                                            error.what()));
     }
     const FeedReport report = run_feed({options.config, options.capture, 0, faults}, *matcher);
-    const TruthMatch& match = matcher->finish(options.config.empty());
+    const TruthMatch& match = matcher->finish(options.config.empty() || options.complete);
     if (globals.json) {
         report_json(match, report);
     } else {
@@ -156,15 +161,22 @@ void add_verify(CLI::App& app, Globals& globals) {
         app, "verify", "hold every update of the feed against the truth of the session",
         {{"vorn verify session.pcap", "against session.truth; status 3 on a difference"},
          {"vorn verify session.pcap --json", "one object a difference, then a summary"},
-         {"vorn verify faulty.pcap --allow-restarts", "a gap is fine when the feed recovers"}});
+         {"vorn verify faulty.pcap --allow-restarts", "a gap is fine when the feed recovers"},
+         {"vorn verify --config live.ini --truth session.truth", "a session as it comes from the "
+                                                                 "configuration's device"}});
     auto options = std::make_shared<VerifyOptions>();
-    sub.add_option("CAPTURE", options->capture, "capture written by vorn sim")->required();
+    sub.add_option("CAPTURE", options->capture,
+                   "capture written by vorn sim; without it the "
+                   "configuration's device is used");
     sub.add_option("--truth", options->truth, "truth file, if it does not lie beside the capture")
         ->option_text("FILE");
-    sub.add_option("--config", options->config,
-                   "configuration of the feed (its device is not used); by default every "
-                   "instrument of both feeds")
+    sub.add_option(
+           "--config", options->config,
+           "configuration of the feed (its device counts only without CAPTURE); by default every "
+           "instrument of both feeds")
         ->option_text("FILE");
+    sub.add_flag("--complete", options->complete,
+                 "with --config: an instrument without an update is a difference, too");
     sub.add_flag("--allow-restarts", options->allow_restarts, "do not take a gap for a difference");
     add_fault_options(sub, options->faults);
     add_json_flag(sub, globals);
