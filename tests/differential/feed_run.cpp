@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exanic/fifo_rx.h>
 #include <sched.h>
 
 namespace differential {
@@ -147,6 +148,7 @@ private:
 
     void replay(const Cycle& cycle) {
         if (step_ == 0) {
+            drop_raw_frames();
             push(0, cycle.after);
             step_ = 1;
         }
@@ -157,6 +159,14 @@ private:
             trace_.item('n', all.shfe_inst_cnt, all.ine_inst_cnt, all.shfe_pktno, all.ine_pktno);
             trace_used_records(trace_, all, nullptr);
             stop();
+        }
+    }
+
+    // How many frames behind a finished snapshot the decoder still took is chance; it is gone by now.
+    void drop_raw_frames() {
+        char buffer[RECV_BUF_SIZE];
+        while (stage_.card.left(1) > 0) {
+            ::exanic_receive_frame(stage_.card.rx(1), buffer, sizeof buffer, nullptr);
         }
     }
 

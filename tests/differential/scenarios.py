@@ -379,6 +379,7 @@ class ScriptedCard:
 
     def _replay(self, cycle):
         if self._step == 0:
+            self._ports[1].clear()
             self._ports[0].extend(cycle.after)
             self._step = 1
         if self._polls > len(cycle.cached) + len(cycle.after):

@@ -77,7 +77,7 @@ def price_detail(number, direction, price, volume):
 
 
 def order_statis(number, bid_volume, bid_amount, ask_volume, ask_amount):
-    return mdqp_field(0x0104, struct.pack("<idid", number, bid_volume, bid_amount, ask_volume,
+    return mdqp_field(0x0104, struct.pack("<iidid", number, bid_volume, bid_amount, ask_volume,
                                           ask_amount))
 
 

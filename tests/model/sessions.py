@@ -33,7 +33,7 @@ class Session:
 
 
 class EndOfFrame(Exception):
-    """The frame ends here; the finish step does not run."""
+    """The frame ends here, without what would have come next."""
 
 
 class SnapshotChannel:
@@ -43,6 +43,7 @@ class SnapshotChannel:
         self.config = config
         self.table = table
         self.log = log
+        self.registers = registers
         self.enabled = enabled
         self.decoder = MdqpDecoder(config, table, registers, log)
         self.sessions = {}
@@ -77,13 +78,17 @@ class SnapshotChannel:
             self.clean()
             return
         session = self.session(segment.port)
+        was_finished = self.enabled == self.finished
         try:
             if session.init:
                 self._established(session, segment)
             else:
                 self._start(session, segment)
         except EndOfFrame:
-            return
+            # No snapshot counts as complete without its check: a frame that completed it before
+            # the error that ended the frame is followed by the check all the same.
+            if was_finished:
+                return
         if self.enabled == self.finished:
             if check_snapshot(self.table, self.decoder.limits, self.config.shield_price_check,
                               self.log) != 0:
