@@ -13,6 +13,7 @@ vorn_packages=(
     "libgtest-dev:tests"
     "libgmock-dev:tests"
     "tshark:tests of the Wireshark dissector"
+    "python3:the model of the feed that the tests hold it against"
 )
 vorn_lint_packages=(
     "clang-format-14:formatter"

@@ -49,7 +49,8 @@ void trace_config(Trace& trace, int32_t result, const ExanicMdConfigData& config
     trace.end();
 }
 
-// What the card refuses: 0 nothing, 1 the handle, 2 the registers, 3 and 4 the buffers of port 1, 0.
+// What the card refuses: 0 nothing, 1 the handle, 2 the registers, 3 and 4 the buffers of port 1,
+// 0.
 void refuse(support::ScriptedCard& card, uint8_t what) {
     using Call = support::ScriptedCard::Call;
     switch (what) {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <malloc.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -115,6 +116,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::signal(SIGPIPE, SIG_DFL);
+    // A snapshot channel is 4 MB large and made anew for every scenario: keep its memory.
+    ::mallopt(M_MMAP_THRESHOLD, 16 << 20);
+    ::mallopt(M_TRIM_THRESHOLD, 64 << 20);
     // The feed logs to standard output: traces go out on a descriptor of their own.
     const int traces = ::dup(STDOUT_FILENO);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);

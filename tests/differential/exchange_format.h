@@ -2,8 +2,8 @@
 
 // What runner and driver exchange: scenarios one way, traces the other. Little-endian, packed.
 //
-// A scenario and a trace are each a 32-bit size and as many bytes. A trace is a row of items: a tag,
-// a 32-bit size, the bytes. The runner writes the same items from its model and compares.
+// A scenario and a trace are each a 32-bit size and as many bytes. A trace is a row of items: a
+// tag, a 32-bit size, the bytes. The runner writes the same items from its model and compares.
 
 #include <cstdint>
 #include <cstring>

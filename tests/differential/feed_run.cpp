@@ -1,5 +1,5 @@
-// Whole runs of the feed's entry. The script is driven from the polls of the decode port, that is on
-// the caller's thread, so that every frame arrives at a known pass of a known loop; the raw port
+// Whole runs of the feed's entry. The script is driven from the polls of the decode port, that is
+// on the caller's thread, so that every frame arrives at a known pass of a known loop; the raw port
 // gets all frames of a cycle once the decode buffers before them have been cached.
 
 #include "stage.h"
@@ -21,9 +21,9 @@ constexpr char kFile[] = "scenario.ini";
 constexpr auto kPatience = std::chrono::seconds(60);
 
 enum class Loading : uint8_t {
-    kCompletes,  // the frames complete the snapshot
-    kStopped,    // the run flag drops once all frames are taken
-    kOutOfTime,  // the clock runs from then on
+    kCompletes, // the frames complete the snapshot
+    kStopped,   // the run flag drops once all frames are taken
+    kOutOfTime, // the clock runs from then on
 };
 
 struct Cycle {
@@ -66,9 +66,8 @@ private:
         system_calls::set_wall_clock(clock_);
         current_ = this;
         set_update_md_callback(&Run::on_update);
-        stage_.card.on_poll([this](int port, uint64_t) {
-            port == 0 ? on_decode_poll() : on_raw_poll();
-        });
+        stage_.card.on_poll(
+            [this](int port, uint64_t) { port == 0 ? on_decode_poll() : on_raw_poll(); });
         cpu_set_t affinity;
         ::sched_getaffinity(0, sizeof affinity, &affinity);
         char path[] = "scenario.ini";
@@ -162,7 +161,8 @@ private:
         }
     }
 
-    // How many frames behind a finished snapshot the decoder still took is chance; it is gone by now.
+    // How many frames behind a finished snapshot the decoder still took is chance; it is gone by
+    // now.
     void drop_raw_frames() {
         char buffer[RECV_BUF_SIZE];
         while (stage_.card.left(1) > 0) {

@@ -210,7 +210,7 @@ def incremental(rng):
     market = Market(rng, rng.randrange(1, 7), topics, options, wild)
     messages = Messages(rng, market, wild)
     mask = log_mask(rng)
-    count = rng.randrange(20, 60 if mask & 16 else 220)
+    count = rng.randrange(20, 50 if mask & 16 else 160)
     buffers = [messages.next() for _ in range(count)]
     road = rng.random()
     if road < 0.5:

@@ -7,6 +7,8 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <vector>
 
 namespace differential {
 namespace {
@@ -39,15 +41,31 @@ Setting read_setting(Reader& scenario) {
     return setting;
 }
 
+// Calls `visit` with the index of every element that differs from `plain`; most do not, so they are
+// compared by the hundred first.
+template <typename Element, std::size_t kCount, typename Visit>
+void each_unlike(const Element (&elements)[kCount], const Element& plain, Visit&& visit) {
+    constexpr std::size_t kBlock = 128;
+    static_assert(kCount % kBlock == 0);
+    const std::vector<Element> plain_block(kBlock, plain);
+    for (std::size_t first = 0; first < kCount; first += kBlock) {
+        if (std::memcmp(&elements[first], plain_block.data(), kBlock * sizeof plain) == 0) {
+            continue;
+        }
+        for (std::size_t i = first; i < first + kBlock; ++i) {
+            if (std::memcmp(&elements[i], &plain, sizeof plain) != 0) {
+                visit(static_cast<uint32_t>(i));
+            }
+        }
+    }
+}
+
 // Item 's' for every session that something has touched.
 void trace_sessions(Trace& trace, const CExanicTcpFunc& tcp) {
     TcpSession untouched{};
     untouched.em_dqp_data_type = MDQP_DATA_TYPE_UNKNOW;
-    for (uint32_t port = 0; port < MAX_SESSION_CNT; ++port) {
+    each_unlike(tcp.m_sessions, untouched, [&](uint32_t port) {
         const TcpSession& session = tcp.m_sessions[port];
-        if (std::memcmp(&session, &untouched, sizeof session) == 0) {
-            continue;
-        }
         trace.begin('s');
         trace.put(port);
         trace.put(session.src_host);
@@ -71,19 +89,15 @@ void trace_sessions(Trace& trace, const CExanicTcpFunc& tcp) {
             trace.append(held->buf, held->len);
         }
         trace.end();
-    }
+    });
 }
 
 void trace_channel(Trace& trace, const CExanicTcpFunc& tcp, const UEnableMask& finished) {
     trace.item('m', finished.mask, static_cast<uint8_t>(tcp.shfe_cnt_80_flag),
                static_cast<uint8_t>(tcp.ine_cnt_80_flag), static_cast<uint8_t>(tcp.shfe_cnt_flag),
                static_cast<uint8_t>(tcp.ine_cnt_flag));
-    for (uint32_t slot = 0; slot < INSTRUMENT_SLOT_CNT; ++slot) {
-        static const inter_info kNone{};
-        if (std::memcmp(&tcp.inter_infos[slot], &kNone, sizeof kNone) != 0) {
-            trace.item('l', slot, tcp.inter_infos[slot]);
-        }
-    }
+    each_unlike(tcp.inter_infos, inter_info{},
+                [&](uint32_t slot) { trace.item('l', slot, tcp.inter_infos[slot]); });
     trace_sessions(trace, tcp);
 }
 
@@ -93,11 +107,14 @@ void run_snapshot(Stage& stage, Reader& scenario, int log_mask, Trace& trace) {
     const support::LogCapture capture(log_mask);
     const Setting setting = read_setting(scenario);
     UEnableMask finished{};
-    const auto tcp = std::make_unique<CExanicTcpFunc>(
-        setting.config, stage.table(), setting.enabled, finished, *stage.calc());
+    const auto tcp = std::make_unique<CExanicTcpFunc>(setting.config, stage.table(),
+                                                      setting.enabled, finished, *stage.calc());
     tcp->InitTcp(stage.card.registers(), stage.card.rx(1));
 
-    CThread worker;
+    std::optional<CThread> worker;
+    if (setting.on_worker) {
+        worker.emplace();
+    }
     const auto count = scenario.get<uint32_t>();
     for (uint32_t i = 0; i < count; ++i) {
         const bool is_frame = scenario.get<uint8_t>() != 0;
@@ -109,7 +126,7 @@ void run_snapshot(Stage& stage, Reader& scenario, int log_mask, Trace& trace) {
                 Reader in(data.data(), data.size());
                 stage.card.push_result(1, in.get<int64_t>());
             }
-            tcp->TcpRecv(worker);
+            tcp->TcpRecv(*worker);
             continue;
         }
         // As the worker's task has it: a frame behind a finished snapshot is not looked at.
@@ -122,7 +139,9 @@ void run_snapshot(Stage& stage, Reader& scenario, int log_mask, Trace& trace) {
         trace.item('f', finished.mask, table.shfe_inst_cnt, table.ine_inst_cnt, table.shfe_pktno,
                    table.ine_pktno);
     }
-    worker.Join();
+    if (worker) {
+        worker->Join();
+    }
     stage.trace_stores(trace);
     trace_channel(trace, *tcp, finished);
     stage.trace_table(trace);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <sys/mman.h>
 #include <system_error>
 #include <vector>
@@ -12,8 +13,10 @@ namespace {
 
 constexpr std::size_t kPage = 4096;
 
-bool all_zero(const uint8_t* data, std::size_t size) {
-    return std::all_of(data, data + size, [](uint8_t byte) { return byte == 0; });
+alignas(64) const uint8_t kZeros[kPage] = {};
+
+bool all_zero(const uint8_t* data, std::size_t size) { // at most a page
+    return std::memcmp(data, kZeros, size) == 0;
 }
 
 } // namespace
@@ -43,7 +46,8 @@ void SparseMemory::each_used(std::size_t begin, std::size_t size, std::size_t co
     const auto* bytes = static_cast<const uint8_t*>(data_);
     std::size_t next = 0; // element not yet looked at
     for (std::size_t page = 0; page < resident.size(); ++page) {
-        if ((resident[page] & 1) == 0 || (page + 1) * kPage <= begin) {
+        if ((resident[page] & 1) == 0 || (page + 1) * kPage <= begin ||
+            all_zero(bytes + page * kPage, kPage)) {
             continue;
         }
         const std::size_t from = std::max(page * kPage, begin) - begin;

@@ -78,17 +78,15 @@ class SnapshotChannel:
             self.clean()
             return
         session = self.session(segment.port)
-        was_finished = self.enabled == self.finished
         try:
             if session.init:
                 self._established(session, segment)
             else:
                 self._start(session, segment)
         except EndOfFrame:
-            # No snapshot counts as complete without its check: a frame that completed it before
-            # the error that ended the frame is followed by the check all the same.
-            if was_finished:
-                return
+            # No snapshot counts as complete without its check: one that was completed before the
+            # error that ended the frame is checked all the same.
+            pass
         if self.enabled == self.finished:
             if check_snapshot(self.table, self.decoder.limits, self.config.shield_price_check,
                               self.log) != 0:
