@@ -49,26 +49,6 @@ void trace_config(Trace& trace, int32_t result, const ExanicMdConfigData& config
     trace.end();
 }
 
-// What the card refuses: 0 nothing, 1 the handle, 2 the registers, 3 and 4 the buffers of port 1,
-// 0.
-void refuse(support::ScriptedCard& card, uint8_t what) {
-    using Call = support::ScriptedCard::Call;
-    switch (what) {
-    case 1:
-        card.fail(Call::kAcquireHandle, "no such card");
-        break;
-    case 2:
-        card.fail(Call::kRegisters, "no devkit image");
-        break;
-    case 3:
-    case 4:
-        card.fail(Call::kRxBuffer, "no such port", what == 3 ? 1 : 0);
-        break;
-    default:
-        break;
-    }
-}
-
 } // namespace
 
 void run_config(Stage& stage, Reader& scenario, int log_mask, Trace& trace) {

@@ -47,6 +47,7 @@ public:
 
     void go(Reader& scenario) {
         const Bytes content = scenario.bytes();
+        refuse(stage_.card, scenario.get<uint8_t>());
         cycles_.resize(scenario.get<uint32_t>());
         for (Cycle& cycle : cycles_) {
             cycle.cached = read_list(scenario);

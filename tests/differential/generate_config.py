@@ -65,9 +65,18 @@ def orderly_file(rng, **fixed):
     return ("\n".join(lines) + "\n").encode("latin-1")
 
 
+def _programmed_file(rng):
+    """Both feeds on, with addresses of all kinds."""
+    return orderly_file(rng, split_all_field=rng.choice(_NUMBERS),
+                        **{f"{feed}_ip_{line}": rng.choice(_ADDRESSES)
+                           for feed in ("shfe2ps", "ine2ps") for line in "ab"})
+
+
 def config(rng):
     if rng.random() < 0.02:
         return Config(log_mask(rng), None, False, 0)
+    if rng.random() < 0.03:
+        return Config(log_mask(rng), _programmed_file(rng), True, 0)
     lines = [] if rng.random() < 0.1 else ["[config]"]
     keys = list(_KEYS) + ["cpucore"]
     if rng.random() < 0.8:

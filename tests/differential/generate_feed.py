@@ -33,8 +33,8 @@ def _plain_snapshot(rng, exchange, change_no, bad_book):
     connection = Connection(rng, 40000 if exchange == "shfe" else 40001, wrap=rng.random() < 0.1)
     cut = rng.choice(("each", "full", "fine"))
     segments = connection.segments(messages, cut)
-    if rng.random() < 0.4:
-        segments = disorder(rng, segments[:-1], 0.2) + segments[-1:]
+    if rng.random() < 0.25:
+        segments = disorder(rng, segments[:-1], 0.1) + segments[-1:]
     frames = [connection.frame(seq, payload) for seq, payload in segments]
     if rng.random() < 0.5:
         frames.insert(rng.randrange(len(frames) + 1), bad_frame(rng, connection))
@@ -102,7 +102,7 @@ def feed(rng):
         options=rng.choice(("recv", "norecv")))
     cycles = []
     state = {}
-    for _ in range(rng.choice((1, 1, 1, 2, 2, 3))):
+    for _ in range(rng.choice((1, 1, 2, 2, 3))):
         base = max(state.values(), default=0)
         state = {place: base for place in state}
         change_no = base + rng.randrange(4)
@@ -120,7 +120,7 @@ def feed(rng):
             state[place] = max(state[place], change_no)
         for place in [(1000, n) for _, n in _SHFE] + [(5000, n) for _, n in _INE]:
             state.setdefault(place, change_no)
-        after = _changes(rng, state, rng.randrange(12), exchanges, rng.random() < 0.5)
+        after = _changes(rng, state, rng.randrange(40), exchanges, rng.random() < 0.35)
         cycle = Cycle(cached, frames, after)
         if rng.random() < 0.1:
             cycle.frames = frames[:rng.randrange(len(frames))]
@@ -136,5 +136,5 @@ def _not_started(rng):
     content = rng.choice((
         b"", b"[config]\n", b"[config]\ndevice = exanic0\n",
         orderly_file(rng, shfe2ps="no", ine2ps="no"), orderly_file(rng, device=""),
-        orderly_file(rng, insts=",")))
-    return Feed(content, [])
+        orderly_file(rng, insts=","), orderly_file(rng), orderly_file(rng)))
+    return Feed(content, [], rng.choice((1, 2, 3, 4)))

@@ -18,6 +18,9 @@ from tests.model.records import Instrument, Table
 from tests.model.sessions import SnapshotChannel
 
 FILE = "scenario.ini"
+# What the card may refuse, and the text of its last error then.
+REFUSALS = {1: ("handle", -1, "no such card"), 2: ("registers", -1, "no devkit image"),
+            3: ("rx", 1, "no such port"), 4: ("rx", 0, "no such port")}
 _STORE = struct.Struct("<II")
 
 
@@ -228,8 +231,6 @@ class Config:
     bring_up: bool
     refused: int    # 0 nothing, 1 handle, 2 registers, 3 and 4 the buffer of port 1 and 0
     kind = "config"
-    _REFUSALS = {1: ("handle", -1, "no such card"), 2: ("registers", -1, "no devkit image"),
-                 3: ("rx", 1, "no such port"), 4: ("rx", 0, "no such port")}
 
     def encode(self):
         return b"C" + struct.pack("<iB", self.mask, self.content is not None) + sized(
@@ -240,7 +241,7 @@ class Config:
         result = ConfigParse(data, log).init_config(FILE, self.content)
         trace.item("c", struct.pack("<i", result) + self._members(data))
         if result == OK and self.bring_up:
-            device = Device(data, log, registers, self._REFUSALS.get(self.refused))
+            device = Device(data, log, registers, REFUSALS.get(self.refused))
             device.enabled = 0xFF
             outcome = device.init_dev()
             trace.item("d", struct.pack("<iB", outcome, device.enabled))
@@ -282,12 +283,12 @@ class Feed:
 
     content: bytes
     cycles: list
-    mask: int = 31
+    refused: int = 0
     kind = "feed"
 
     def encode(self):
         return b"F" + struct.pack("<i", 31) + sized(self.content) + struct.pack(
-            "<I", len(self.cycles)) + b"".join(
+            "<BI", self.refused, len(self.cycles)) + b"".join(
             listed(c.cached) + listed(c.frames) + listed(c.after) + bytes((c.loading,))
             for c in self.cycles)
 
@@ -295,6 +296,7 @@ class Feed:
         trace, log = Trace(), Log()
         card = ScriptedCard(self)
         run = feed_model.Feed(card, FILE, log)
+        run.device.failing = REFUSALS.get(self.refused)
         card.at_end = lambda: trace_table(final, run.table, with_calc=False)
         final = Trace()
         result = run.run()

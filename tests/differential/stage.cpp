@@ -72,6 +72,25 @@ void Stage::trace_stores(Trace& trace) {
     trace.end();
 }
 
+// 0.
+void refuse(support::ScriptedCard& card, uint8_t what) {
+    using Call = support::ScriptedCard::Call;
+    switch (what) {
+    case 1:
+        card.fail(Call::kAcquireHandle, "no such card");
+        break;
+    case 2:
+        card.fail(Call::kRegisters, "no devkit image");
+        break;
+    case 3:
+    case 4:
+        card.fail(Call::kRxBuffer, "no such port", what == 3 ? 1 : 0);
+        break;
+    default:
+        break;
+    }
+}
+
 void trace_log(Trace& trace, const std::vector<support::LogLine>& lines) {
     const std::string own = std::to_string(::pthread_self());
     const auto thread_of = [&](const support::LogLine& line) {

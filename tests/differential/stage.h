@@ -41,6 +41,10 @@ private:
     std::size_t stores_seen_ = 0;
 };
 
+// What the card refuses: 0 nothing, 1 the handle, 2 the registers, 3 and 4 the buffers of port 1,
+// 0.
+void refuse(support::ScriptedCard& card, uint8_t what);
+
 // Items 'g': "<thread> <level> <file> <function> <message>", the threads one after another: C the
 // caller, D the decoder's thread, W its worker.
 void trace_log(Trace& trace, const std::vector<support::LogLine>& lines);
