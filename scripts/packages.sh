@@ -15,6 +15,7 @@ vorn_packages=(
     "python3:reports and tests"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
+    "python3:the model of the feed that the tests hold it against"
 )
 vorn_lab_packages=(
     "iproute2:network namespaces of the lab"
