@@ -62,6 +62,9 @@ TEST_F(Record, CsvIsThatOfTheRecorder) {
     EXPECT_TRUE(content("rows.csv") == rows) << "the rows differ";
     EXPECT_EQ(object["recorded"], lines(rows) - 1);
     EXPECT_EQ(object["updates"], object["recorded"]);
+    const auto through = record_json({"-o", "through.csv", "--write-through"});
+    EXPECT_TRUE(content("through.csv") == rows) << "the rows written through differ";
+    EXPECT_EQ(through["recorded"], object["recorded"]);
 }
 
 TEST_F(Record, SaysWhatItWrote) {
@@ -182,6 +185,7 @@ TEST_F(Record, MistakesGetOneLineEachAndLeaveNothing) {
         {{"-o", "s.pcap"}, 2, "--config"},
         {{"--config", "vorn.ini"}, 2, "-o session.pcap"},
         {{"--config", "vorn.ini", "-o", "s.txt"}, 2, ".pcap, .csv"},
+        {{"--config", "vorn.ini", "-o", "s.pcap", "--write-through"}, 2, "is for rows: -o updates"},
         {{"--config", "vorn.ini", "-o", "there.pcap"}, 2, "there.pcap exists; -f"},
         {{"--config", "vorn.ini", "-o", "killed.pcap"}, 2, "killed.pcap.part exists"},
         {{"--config", "absent.ini", "-o", "s.pcap"}, 2, "absent.ini"},

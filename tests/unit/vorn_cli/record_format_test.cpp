@@ -137,6 +137,14 @@ TEST(CsvRow, TheLongestRowIsWhole) {
     EXPECT_EQ(std::count(row.begin(), row.end(), ','), 34);
 }
 
+TEST(CsvRow, AnIdentifierEndsAtItsFirstZeroByte) {
+    instrument record{};
+    std::memcpy(record.inst_id, "cu2603\0hidden", 13);
+    std::string row;
+    append_csv_row(row, record);
+    EXPECT_TRUE(row.starts_with("0,cu2603,0,0,0,0.00,")) << row;
+}
+
 TEST(CsvRow, TheHeaderNamesItsColumns) {
     EXPECT_EQ(csv_header().size(), 391u);
     EXPECT_TRUE(csv_header().starts_with("type,inst_id,update_time,"));

@@ -1,15 +1,53 @@
 #include "tools/vorn/record/csv_row.h"
 
 #include "tools/session_report/recording.h"
+#include "tools/vorn/record/two_decimals.h"
 
-#include <cstdio>
+#include <charconv>
+#include <cstring>
 
 namespace vorn_cli {
 
 namespace {
 
-// Larger than the longest row: 25 doubles of up to 313 characters and 10 integers.
-constexpr std::size_t kLongestRow = 16 * 1024;
+constexpr std::size_t kRowLevels = 5; // of the record's ten
+
+constexpr std::size_t kIntegers = 18;
+constexpr std::size_t kDoubles = 17;
+constexpr std::size_t kLongestInteger = 11;
+// With the comma or the line feed behind each.
+constexpr std::size_t kLongestRow = kIntegers * (kLongestInteger + 1) +
+                                    kDoubles * (kLongestTwoDecimals + 1) +
+                                    sizeof(instrument::inst_id) + 1;
+
+// Writes one row from its columns, each with a comma behind it.
+class Row {
+public:
+    explicit Row(char* begin) : end_(begin) {}
+
+    template <typename Integer>
+    void integer(Integer value) {
+        end_ = std::to_chars(end_, end_ + kLongestInteger, value).ptr;
+        *end_++ = ',';
+    }
+    void two_decimals(double value) {
+        end_ = put_two_decimals(end_, value);
+        *end_++ = ',';
+    }
+    void text(const unsigned char* bytes, std::size_t most) { // ends at a zero byte
+        const std::size_t length = strnlen(reinterpret_cast<const char*>(bytes), most);
+        std::memcpy(end_, bytes, length);
+        end_ += length;
+        *end_++ = ',';
+    }
+    char* finish() { // the last comma gives way
+        end_[-1] = '\n';
+        return end_;
+    }
+
+private:
+    char* end_;
+};
 
 } // namespace
 
@@ -20,22 +58,32 @@ std::string_view csv_header() {
 
 void append_csv_row(std::string& block, const instrument& record) {
     const instrument& r = record;
-    char row[kLongestRow];
-    const int length = std::snprintf(
-        row, sizeof(row),
-        "%u,%.16s,%u,%d,%d,%.2f,%d,%.2f,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,"
-        "%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%d,%.2f,%.2f,%.2f\n",
-        static_cast<unsigned>(r.type), reinterpret_cast<const char*>(r.inst_id), r.update_time,
-        static_cast<int>(r.update_milli_sec), static_cast<int>(r.change_no), r.last_px,
-        static_cast<int>(r.volume), r.turnover, r.open_interest, r.bid_vol[0], r.bid_px[0],
-        r.bid_vol[1], r.bid_px[1], r.bid_vol[2], r.bid_px[2], r.bid_vol[3], r.bid_px[3],
-        r.bid_vol[4], r.bid_px[4], r.ask_vol[0], r.ask_px[0], r.ask_vol[1], r.ask_px[1],
-        r.ask_vol[2], r.ask_px[2], r.ask_vol[3], r.ask_px[3], r.ask_vol[4], r.ask_px[4],
-        r.bid_totvol, r.bid_totamount, r.ask_totvol, r.ask_totamount, r.highest_price,
-        r.lowest_price);
-    if (length > 0) {
-        block.append(row, static_cast<std::size_t>(length));
+    char bytes[kLongestRow];
+    Row row(bytes);
+    row.integer(static_cast<uint32_t>(r.type));
+    row.text(r.inst_id, sizeof(r.inst_id));
+    row.integer(r.update_time);
+    row.integer(static_cast<int32_t>(r.update_milli_sec));
+    row.integer(static_cast<int32_t>(r.change_no));
+    row.two_decimals(r.last_px);
+    row.integer(static_cast<int32_t>(r.volume));
+    row.two_decimals(r.turnover);
+    row.two_decimals(r.open_interest);
+    for (std::size_t level = 0; level < kRowLevels; ++level) {
+        row.integer(static_cast<int32_t>(r.bid_vol[level]));
+        row.two_decimals(r.bid_px[level]);
     }
+    for (std::size_t level = 0; level < kRowLevels; ++level) {
+        row.integer(static_cast<int32_t>(r.ask_vol[level]));
+        row.two_decimals(r.ask_px[level]);
+    }
+    row.integer(static_cast<int32_t>(r.bid_totvol));
+    row.two_decimals(r.bid_totamount);
+    row.integer(static_cast<int32_t>(r.ask_totvol));
+    row.two_decimals(r.ask_totamount);
+    row.two_decimals(r.highest_price);
+    row.two_decimals(r.lowest_price);
+    block.append(bytes, static_cast<std::size_t>(row.finish() - bytes));
 }
 
 } // namespace vorn_cli

@@ -55,6 +55,9 @@ const std::vector<std::string>& recording_suffixes() {
 
 std::unique_ptr<Recorder> open_recorder(const RecorderRequest& request) {
     const bool rows = suffix_of(request.output, recording_suffixes()) == ".csv";
+    if (request.write_through && !rows) {
+        throw Failure(kUsage, "--write-through is for rows: -o updates.csv");
+    }
     RecordTarget target;
     target.path = request.output;
     target.force = request.force;
@@ -64,6 +67,7 @@ std::unique_ptr<Recorder> open_recorder(const RecorderRequest& request) {
     RecorderOptions options;
     options.in_step = works_in_step(request.config.device);
     options.feed_cpu = request.config.cpucore;
+    options.write_through = request.write_through;
     if (request.ring_bytes > kLargestRing) {
         throw Failure(kUsage, "--ring-size is at most 16G");
     }

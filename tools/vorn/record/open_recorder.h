@@ -17,6 +17,7 @@ struct RecorderRequest {
     uint64_t rotate_bytes = 0; // 0: no rotation
     uint64_t rotate_ns = 0;
     uint64_t ring_bytes = 0; // 0: the default
+    bool write_through = false;
     EffectiveConfig config;
 };
 

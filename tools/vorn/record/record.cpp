@@ -30,6 +30,7 @@ struct RecordOptions {
     std::string rotate_size;
     std::string rotate_every;
     std::string ring_size = "32M";
+    bool write_through = false;
 };
 
 class Watcher final : public FeedWatcher {
@@ -103,6 +104,7 @@ int run_record(const RecordOptions& options, const Globals& globals) {
     request.rotate_bytes = parse_size("--rotate-size", options.rotate_size);
     request.rotate_ns = parse_duration("--rotate-every", options.rotate_every);
     request.ring_bytes = parse_size("--ring-size", options.ring_size);
+    request.write_through = options.write_through;
     request.config = effective_config(read_ini(read_config(options.config)));
     if (globals.output.empty()) {
         throw Failure(kUsage, "say where to write: -o session.pcap, or -o updates.csv");
@@ -161,6 +163,8 @@ void add_record(CLI::App& app, Globals& globals) {
     sub.add_option("--ring-size", options->ring_size,
                    "room for what waits to be written, for each receive path (32M)")
         ->option_text("SIZE");
+    sub.add_flag("--write-through", options->write_through,
+                 "rows: each is in the file before the feed goes on, which then waits for it");
     add_output_options(sub, globals, ".pcap, .csv");
     add_json_flag(sub, globals);
     add_message_flags(sub, globals);

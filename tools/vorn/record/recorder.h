@@ -2,7 +2,7 @@
 
 // The two kinds of recording: every frame into a capture, or every update into the recorder's CSV.
 // Either way the feed's threads pay a copy into a ring (frame_ring.h), and a thread of its own
-// (writer_thread.h) does the rest.
+// (writer_thread.h) does the rest; unless rows are written through, by the feed's thread itself.
 //
 // When a ring is full the card decides: one that runs by itself must not wait, so what came is
 // counted as lost; one that moves only as it is read waits without harm, so the feed's thread does
@@ -27,6 +27,7 @@ struct RecorderOptions {
     std::size_t ring_bytes = std::size_t{32} << 20; // of each ring
     bool in_step = false;                           // see works_in_step()
     int feed_cpu = -1;
+    bool write_through = false; // rows only: each is in the file before the feed goes on
 };
 
 struct RecorderCounts {

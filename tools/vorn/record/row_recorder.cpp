@@ -9,6 +9,11 @@ namespace vorn_cli {
 
 namespace {
 
+RecorderCounts counts_of(const RecordFiles& files, uint64_t lost_in_ring) {
+    return {files.records(), files.bytes(),   lost_in_ring,   files.lost(),
+            files.names(),   files.trouble(), files.unnamed()};
+}
+
 // Every update as a row. The record is copied into the ring as it is: formatting takes far longer
 // than a copy and is the writer's.
 class RowRecorder final : public Recorder, private FrameKeeper {
@@ -27,8 +32,7 @@ public:
     RecorderCounts finish(bool keep_empty) override {
         writer_.stop();
         files_->close(keep_empty);
-        return {files_->records(), files_->bytes(),   lost_.load(),     files_->lost(),
-                files_->names(),   files_->trouble(), files_->unnamed()};
+        return counts_of(*files_, lost_.load());
     }
 
 private:
@@ -59,10 +63,43 @@ private:
     WriterThread writer_;       // last: it uses all of the above
 };
 
+// Every update as a row that is in the file before the feed goes on: one write a row, no ring and
+// no thread. What a process that is killed has told of is in the file.
+class WriteThroughRecorder final : public Recorder, private FrameKeeper {
+public:
+    explicit WriteThroughRecorder(std::unique_ptr<RecordFiles> files) : files_(std::move(files)) {}
+
+    FrameKeeper* frame_keeper() override { return this; }
+
+    void on_update(const instrument& record) override {
+        append_csv_row(files_->begin_record(time_ns_), record);
+        files_->end_record();
+        files_->flush();
+    }
+
+    RecorderCounts finish(bool keep_empty) override {
+        files_->close(keep_empty);
+        return counts_of(*files_, 0);
+    }
+
+private:
+    bool in_step() const override { return false; }
+    void keep_raw(std::span<const char>, uint64_t) override {}
+    void keep_decode(std::span<const char>, uint64_t time_ns) override {
+        time_ns_ = std::max(time_ns_, time_ns);
+    }
+
+    std::unique_ptr<RecordFiles> files_;
+    uint64_t time_ns_ = 0; // of the buffer that the row is made from
+};
+
 } // namespace
 
 std::unique_ptr<Recorder> make_row_recorder(std::unique_ptr<RecordFiles> files,
                                             const RecorderOptions& options) {
+    if (options.write_through) {
+        return std::make_unique<WriteThroughRecorder>(std::move(files));
+    }
     return std::make_unique<RowRecorder>(std::move(files), options);
 }
 
