@@ -12,13 +12,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exanic/fifo_rx.h>
+#include <new>
 #include <sched.h>
 
 namespace differential {
 namespace {
 
 constexpr char kFile[] = "scenario.ini";
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kPatience = std::chrono::minutes(10); // a run that hangs, not one that waits
 
 enum class Loading : uint8_t {
     kCompletes, // the frames complete the snapshot
@@ -89,7 +90,7 @@ private:
         }
         if (result == -1) { // the feed leaves its buffers allocated
             std::free(system_calls::take_block(sizeof(share)));
-            std::free(system_calls::take_block(CACHE_BUF_SIZE));
+            ::operator delete[](system_calls::take_block(CACHE_BUF_SIZE));
         }
         system_calls::reset();
     }
@@ -130,6 +131,8 @@ private:
 
     void load(const Cycle& cycle) {
         if (step_ == 0) {
+            // What a gap left unread on the port belongs to this cycle now.
+            buffers_ = stage_.card.left(0) + cycle.cached.size() + cycle.after.size();
             push(0, cycle.cached);
             step_ = 1;
         }
@@ -154,7 +157,7 @@ private:
         }
         // A pass of the replay handles one cached entry and a pass of the live loop one buffer, so
         // by this poll everything of this cycle has been handled.
-        if (polls_ > cycle.cached.size() + cycle.after.size()) {
+        if (polls_ > buffers_) {
             const share& all = *table();
             trace_.item('n', all.shfe_inst_cnt, all.ine_inst_cnt, all.shfe_pktno, all.ine_pktno);
             trace_used_records(trace_, all, nullptr);
@@ -197,6 +200,7 @@ private:
     bool loading_ = false;
     std::size_t cycle_ = 0; // from 1
     uint64_t polls_ = 0;
+    uint64_t buffers_ = 0; // of this cycle, on their way or to come
     int step_ = 0;
     std::atomic<bool> clock_runs_{false};
     int64_t clock_ = 1000000;

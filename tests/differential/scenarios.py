@@ -295,14 +295,11 @@ class Feed:
     def model(self, counts):
         trace, log = Trace(), Log()
         card = ScriptedCard(self)
-        run = feed_model.Feed(card, FILE, log)
+        run = feed_model.Feed(card, FILE, log, lambda slot, record: trace.item(
+            "b", struct.pack("<I", slot) + record))
         run.device.failing = REFUSALS.get(self.refused)
-        card.at_end = lambda: trace_table(final, run.table, with_calc=False)
-        final = Trace()
+        card.at_end = lambda: trace_table(trace, run.table, with_calc=False)
         result = run.run()
-        for slot, record in run.updates:
-            trace.item("b", struct.pack("<I", slot) + record)
-        trace.parts += final.parts
         trace.item("e", struct.pack("<i", result))
         trace_log(trace, log)
         trace.item("w", packed_stores(run.registers.stores))
@@ -310,7 +307,7 @@ class Feed:
             trace.item("q", call.encode("latin-1"))
         counts["whole runs"] += 1
         counts["cycles"] += card.cycle
-        counts["callbacks"] += len(run.updates)
+        counts["callbacks"] += run.callbacks
         counts["MDQP messages"] += run.channel.decoder.messages
         return trace.bytes()
 
@@ -327,7 +324,7 @@ class ScriptedCard:
         self._loading = False
         self._ports = (collections.deque(), collections.deque())
         self._now = 1000000
-        self._polls = self._step = 0
+        self._polls = self._step = self._buffers = 0
 
     def configuration(self):
         return self.scenario.content
@@ -368,6 +365,8 @@ class ScriptedCard:
 
     def _load(self, cycle):
         if self._step == 0:
+            # What a gap left unread on the port belongs to this cycle now.
+            self._buffers = len(self._ports[0]) + len(cycle.cached) + len(cycle.after)
             self._ports[0].extend(cycle.cached)
             self._step = 1
         if self._step == 1 and not self._ports[0]:
@@ -384,6 +383,6 @@ class ScriptedCard:
             self._ports[1].clear()
             self._ports[0].extend(cycle.after)
             self._step = 1
-        if self._polls > len(cycle.cached) + len(cycle.after):
+        if self._polls > self._buffers:
             self.at_end()
             self.running = False

@@ -72,10 +72,10 @@ class Feed:
 
     card: .poll_decode() and .poll_raw() answer (result, frame); .configuration() the file's bytes
     or None; .running the run flag; .loading set by the feed while the raw path is open; .clock()
-    the wall clock's seconds.
+    the wall clock's seconds. on_update(slot, record) is the consumer.
     """
 
-    def __init__(self, card, file_name, log):
+    def __init__(self, card, file_name, log, on_update):
         self.card = card
         self.file_name = file_name
         self.log = log
@@ -87,7 +87,8 @@ class Feed:
         self.channel = SnapshotChannel(self.config, self.table, self.registers, log, 0)
         self.mirp = MirpDecoder(self.config, self.table, self.registers, log)
         self.cache = Cache(self.mirp, log)
-        self.updates = []  # (slot, record)
+        self.on_update = on_update
+        self.callbacks = 0
 
     def run(self):
         self.log.mask = 31
@@ -175,4 +176,5 @@ class Feed:
 
     def _report(self):
         slot = self.mirp.slot
-        self.updates.append((slot, self.table.record(slot).pack()))
+        self.callbacks += 1
+        self.on_update(slot, self.table.record(slot).pack())

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 #include <dlfcn.h>
+#include <new>
 #include <sched.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -108,6 +109,22 @@ extern "C" int posix_memalign(void** block, size_t alignment, size_t size) noexc
         of->block = *block;
     }
     return result;
+}
+
+// The cache comes from here, so that a failure is a null pointer and no exception.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    void* block = nullptr;
+    try {
+        block = ::operator new[](size); // what the ordinary delete[] gives back
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    Watched* const of = watched(size);
+    if (of != nullptr) {
+        of->block = block;
+        ++of->requests;
+    }
+    return block;
 }
 
 extern "C" void* shmat(int id, const void* address, int flags) noexcept {
