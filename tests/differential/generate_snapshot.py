@@ -61,13 +61,17 @@ class Instruments:
                               rng.choice((0, 500, 65536, -1)), rng.choice((0, 5, 2**31 - 1, -1)))
 
     def _book(self, number):
-        """Best first and falling, unless hostile."""
+        """Best first and falling, unless hostile; now and then one price at an edge of the check."""
         rng, hostile = self.rng, self.hostile
         parts = []
+        edge = rng.randrange(1, 6) if rng.random() < 0.05 else 0  # the level at an edge
         for direction, step in ((b"0", -1.0), (b"1", 1.0)):
             for level in range(rng.choice((0, 1, 4, 5, 5, 5, 6, 7))):
                 price = 1000.0 + step * (level + 1)
                 volume = rng.randrange(1, 50)
+                if level + 1 == edge and rng.random() < 0.5:
+                    price = rng.choice((price - step, price - 2 * step, 2000.0, 2000.00001,
+                                        2000.00002, 1.0, 0.99999, 0.99998))
                 if hostile and rng.random() < 0.06:
                     price = rng.choice((_MARK, 1000.0, 0.0, 2000.5, 0.5, price + 1e-6, price))
                     volume = rng.choice((0, -1, 1, 2**31 - 1))

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <sstream>
 
 // Present in ThreadSanitizer builds, whose shadow of the feed's 200 MiB outlives the memory itself.
@@ -56,7 +57,7 @@ int FeedFixture::run() {
     card.on_poll(nullptr);
     if (result == -1) {
         std::free(system_calls::take_block(sizeof(share)));
-        std::free(system_calls::take_block(CACHE_BUF_SIZE));
+        ::operator delete[](system_calls::take_block(CACHE_BUF_SIZE));
     }
     return result;
 }
