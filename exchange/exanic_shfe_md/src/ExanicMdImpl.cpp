@@ -9,6 +9,7 @@
 #include "ExanicMdImpl.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "config/ConfigParse.h"
 #include "dev/ExanicDevFunc.h"
 #include "tcp/ExanicTcpFunc.h"
@@ -59,7 +60,9 @@ struct FeedContext {
 // Zero table, configuration, card, channels. False with the reason logged; what was acquired by
 // then stays acquired.
 bool Initialise(FeedContext& feed, const char* configfile) {
+    g_mdMonitor.BeginCycle();
     memset(feed.pShareMem, 0, sizeof(share));
+    g_mdMonitor.SetTable(feed.pShareMem);
     if (feed.configParse.InitConfig(configfile != nullptr ? configfile : "") != 0) {
         MD_LOG_AS("vorn_recv", LOG_ERROR, "failed to initialize config data");
         return false;
@@ -88,6 +91,7 @@ bool Initialise(FeedContext& feed, const char* configfile) {
 // channel delivers meanwhile. Returns the outcome of the snapshot, MD_INIT_DOING when the run flag
 // dropped.
 int LoadSnapshot(FeedContext& feed, const int* keepRunning) {
+    g_mdMonitor.EnterPhase(VORN_MD_PHASE_SNAPSHOT);
     feed.exanicUdp.ForgetCached();
     // Every instrument passes for now: which ones are subscribed is known after the snapshot.
     feed.exanicDev.StartDecodeData();
@@ -117,12 +121,14 @@ int LoadSnapshot(FeedContext& feed, const int* keepRunning) {
            !threadFailed.load(std::memory_order_relaxed)) {
         const int32_t before = feed.cachedDecode.piOffset;
         feed.exanicUdp.CachePacket();
+        g_mdMonitor.TellRounds();
         if (feed.cachedDecode.piOffset == before) {
             sched_yield(); // the snapshot's threads share this CPU
         }
     }
     feed.exanicTcp.StopRunning();
     tcpThread.join();
+    g_mdMonitor.TellRounds();
     return threadFailed.load() ? MD_INIT_FAILED : feed.exanicTcp.GetInitialized();
 }
 
@@ -140,6 +146,7 @@ void ReportTooManyInstruments(const share& table) {
 // Applies what was cached. The first `overdueCount` updates stay silent: they predate the snapshot
 // that the consumer has not seen either. Returns the last result; -1 ends the cycle.
 int ReplayCache(FeedContext& feed, const int* keepRunning) {
+    g_mdMonitor.EnterPhase(VORN_MD_PHASE_REPLAY);
     const int overdueCount = feed.cachedDecode.cachedCount;
     feed.cachedDecode.ciOffset = 0;
     MD_LOG_AS("vorn_recv", LOG_INFO, "process decode buffer %d frames", overdueCount);
@@ -154,6 +161,8 @@ int ReplayCache(FeedContext& feed, const int* keepRunning) {
             ++skipCount;
             if (skipCount > overdueCount) {
                 update_md(&feed.pShareMem->instmts[feed.curInstNo]);
+            } else {
+                g_mdMonitor.caller.silentUpdates.Add();
             }
         } else if (decodeFlag == RET_FAILED) {
             feed.exanicUdp.ClearCache();
@@ -163,6 +172,9 @@ int ReplayCache(FeedContext& feed, const int* keepRunning) {
 }
 
 void RunLive(FeedContext& feed, const int* keepRunning, int decodeFlag) {
+    if (decodeFlag != RET_FAILED) {
+        g_mdMonitor.EnterPhase(VORN_MD_PHASE_LIVE);
+    }
     while (KeepRunning(keepRunning) && decodeFlag != RET_FAILED) {
         decodeFlag = feed.exanicUdp.UdpRecv();
         if (decodeFlag == RET_TO_CALLBACK) {
@@ -170,6 +182,14 @@ void RunLive(FeedContext& feed, const int* keepRunning, int decodeFlag) {
         }
     }
 }
+
+// The monitor knows of the run, and of its table, as long as this lives.
+struct MonitoredRun {
+    MonitoredRun() { g_mdMonitor.BeginRun(); }
+    ~MonitoredRun() { g_mdMonitor.EndRun(); }
+    MonitoredRun(const MonitoredRun&) = delete;
+    MonitoredRun& operator=(const MonitoredRun&) = delete;
+};
 
 // False when the feed cannot go on.
 bool RunCycle(FeedContext& feed, const char* configfile, const int* keepRunning) {
@@ -221,6 +241,7 @@ int vorn_recv(char* configfile, int* keep_running) {
 
     // Only running out of memory throws below. No exception may reach a consumer written in C.
     try {
+        const MonitoredRun run;
         const auto feed = std::make_unique<FeedContext>(static_cast<share*>(table));
         feed->cachedDecode.pCacheBuf = cache;
         MD_LOG(LOG_INFO, "software version: %s", BUILD_STAMP);

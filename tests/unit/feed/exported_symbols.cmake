@@ -1,6 +1,6 @@
 # cmake -DNM=<nm> -DLIBRARY=<libvorn_md.so> -P exported_symbols.cmake
 #
-# The shared library exports its five plain names and nothing else: no C++ symbol, nothing of the
+# The shared library exports its five plain names and the monitor's three, and nothing else: no C++ symbol, nothing of the
 # card's library.
 execute_process(
   COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY}
@@ -18,7 +18,8 @@ foreach(line IN LISTS lines)
   list(APPEND found "${symbol}")
 endforeach()
 list(SORT found)
-set(expected create_shm:T free_shm:T set_update_md_callback:T update_md:B vorn_recv:T)
+set(expected create_shm:T free_shm:T set_update_md_callback:T update_md:B
+             vorn_md_counters:T vorn_md_set_event_callback:T vorn_md_table:T vorn_recv:T)
 if(NOT "${found}" STREQUAL "${expected}")
   message(FATAL_ERROR "exported: ${found}\nexpected: ${expected}")
 endif()

@@ -8,6 +8,7 @@
 #include "tcp/ExanicTcpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "tcp/FrameLayout.h"
 #include "tcp/TaskWorker.h"
 
@@ -108,8 +109,10 @@ bool CExanicTcpFunc::TcpRecv(CThread& worker) {
     }
     if (size <= ETHERNET_SIZE || size > RECV_BUF_SIZE) {
         MD_LOG(LOG_WARNING, "receive abnormal decode length: %u", size);
+        g_mdMonitor.CountAbnormalRaw(size);
         return true;
     }
+    g_mdMonitor.decoder.frames.Add();
     FramePool::Handle frame = m_framePool.Take();
     memcpy(frame->bytes, m_recvBuf, size);
     memset(frame->bytes + size, 0, DECODE_SLACK);
@@ -130,6 +133,8 @@ void CExanicTcpFunc::_HandleTask(char* frame, uint32_t frameLen) {
     const HandlerScope scope(m_handlerCount);
     if (!_MasksAreEqual()) {
         _PacketHandler(frame, frameLen);
+    } else {
+        g_mdMonitor.CountFate(VORN_MD_FATE_LATE);
     }
 }
 
@@ -140,6 +145,8 @@ void CExanicTcpFunc::_PacketHandler(char* packet, unsigned int packetLen) {
     }
     constexpr uint8_t RST_ACK = 0x14;
     if ((segment.flags & RST_ACK) == RST_ACK) {
+        g_mdMonitor.CountFate(VORN_MD_FATE_RESET);
+        g_mdMonitor.worker.wipes.Add();
         _Cleandata();
         return;
     }
@@ -160,6 +167,7 @@ void CExanicTcpFunc::_CheckFinishedSnapshot() {
     }
     if (ShfePriceCheck() != 0) {
         MD_LOG_AS("_PacketHandler", LOG_WARNING, "price check is error");
+        g_mdMonitor.worker.wipes.Add();
         _Cleandata();
     }
 }

@@ -4,6 +4,7 @@
 #include "tcp/ExanicTcpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "WireRead.h"
 #include "tcp/Checksum.h"
 #include "tcp/FrameLayout.h"
@@ -33,44 +34,50 @@ bool ChecksumIsRight(const char* ip, const char* tcp, uint32_t segmentLen) {
     return FoldSum(sum) == 0xFFFF;
 }
 
+// Counts what became of the frame, for a check that has failed.
+bool Refuse(uint32_t fate) {
+    g_mdMonitor.CountFate(fate);
+    return false;
+}
+
 } // namespace
 
 bool CExanicTcpFunc::_CheckFrame(char* packet, uint32_t packetLen, Segment& segment) const {
     if (packetLen < ETHERNET_SIZE + MIN_IP_HEADER) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "packet too short for IP, packetLen=%u",
                   packetLen);
-        return false;
+        return Refuse(VORN_MD_FATE_MALFORMED);
     }
     const char* ip = packet + ETHERNET_SIZE;
     const uint32_t ipHdrLen = IpHeaderLen(ip);
     if (ipHdrLen < MIN_IP_HEADER || ipHdrLen > MAX_HEADER || packetLen < ETHERNET_SIZE + ipHdrLen) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "invalid IP header, ip_hdr_len=%d packetLen=%u",
                   static_cast<int>(ipHdrLen), packetLen);
-        return false;
+        return Refuse(VORN_MD_FATE_MALFORMED);
     }
     const uint8_t protocol = IpProtocol(ip);
     if (protocol != PROTOCOL_TCP) {
         if (protocol != PROTOCOL_ICMP && protocol != PROTOCOL_IGMP && protocol != PROTOCOL_UDP) {
             MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "ip_p [%d]", protocol);
         }
-        return false;
+        return Refuse(VORN_MD_FATE_FOREIGN);
     }
     if (packetLen < ETHERNET_SIZE + ipHdrLen + MIN_TCP_HEADER) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "packet too short for TCP header");
-        return false;
+        return Refuse(VORN_MD_FATE_MALFORMED);
     }
     const char* tcp = ip + ipHdrLen;
     // The exchange's port selects the stream, the local port the session.
     segment.srcPort = TcpSourcePort(tcp);
     if (segment.srcPort != m_refConfigData.md2ps_snap_port &&
         segment.srcPort != m_refConfigData.md4ps_snap_port) {
-        return false;
+        return Refuse(VORN_MD_FATE_FOREIGN);
     }
     const uint32_t tcpHdrLen = TcpHeaderLen(tcp);
     if (tcpHdrLen < MIN_TCP_HEADER || tcpHdrLen > MAX_HEADER ||
         packetLen < ETHERNET_SIZE + ipHdrLen + tcpHdrLen) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "invalid TCP header or truncated packet");
-        return false;
+        return Refuse(VORN_MD_FATE_MALFORMED);
     }
     const int32_t present = static_cast<int32_t>(packetLen - ETHERNET_SIZE - ipHdrLen - tcpHdrLen);
     const int32_t ipTotalLen = IpTotalLen(ip);
@@ -78,14 +85,14 @@ bool CExanicTcpFunc::_CheckFrame(char* packet, uint32_t packetLen, Segment& segm
         std::min(present, ipTotalLen - static_cast<int32_t>(ipHdrLen + tcpHdrLen));
     if (payloadSize <= 0) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG_EX, "payloadSize<=0, max_payload=%d", present);
-        return false;
+        return Refuse(VORN_MD_FATE_EMPTY);
     }
     // At least the TCP header's length, because there is a payload.
     const uint32_t segmentLen = static_cast<uint32_t>(ipTotalLen) - ipHdrLen;
     if (packetLen - ETHERNET_SIZE - ipHdrLen < segmentLen || segmentLen > MAX_TCP_SEGMENT ||
         !ChecksumIsRight(ip, tcp, segmentLen)) {
         MD_LOG_AS("_PacketHandler", LOG_DEBUG, "tcp checksum is not correct");
-        return false;
+        return Refuse(VORN_MD_FATE_CHECKSUM);
     }
 
     segment.frame = packet;

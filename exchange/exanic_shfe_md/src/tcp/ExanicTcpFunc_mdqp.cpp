@@ -8,6 +8,7 @@
 #include "tcp/ExanicTcpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "PriceRules.h"
 #include "WireRead.h"
 #include "dev/FpgaRegisters.h"
@@ -271,21 +272,25 @@ void CExanicTcpFunc::_FinishFeed(TcpSession& session, EMdqpDataType type) {
     case SHFE_2PS:
         MD_LOG_AS("_ParseMdqp", LOG_INFO, "shfe2ps init finished, total instruments:%d",
                   m_pShareMem->shfe_inst_cnt);
+        g_mdMonitor.CountRound(VORN_MD_FEED_SHFE_2PS, m_pShareMem->shfe_inst_cnt);
         _SetFinished(MASK_SHFE_2PS);
         break;
     case SHFE_4PS:
         MD_LOG_AS("_ParseMdqp", LOG_INFO, "shfe4ps init finished, total instruments:%d",
                   m_pShareMem->shfe_inst_cnt);
+        g_mdMonitor.CountRound(VORN_MD_FEED_SHFE_4PS, m_pShareMem->shfe_inst_cnt);
         _SetFinished(MASK_SHFE_4PS);
         break;
     case INE_2PS:
         MD_LOG_AS("_ParseMdqp", LOG_INFO, "ine2ps init finished, total instruments:%d",
                   m_pShareMem->ine_inst_cnt);
+        g_mdMonitor.CountRound(VORN_MD_FEED_INE_2PS, m_pShareMem->ine_inst_cnt);
         _SetFinished(MASK_INE_2PS);
         break;
     case INE_4PS:
         MD_LOG_AS("_ParseMdqp", LOG_INFO, "ine4ps init finished, total instruments:%d",
                   m_pShareMem->ine_inst_cnt);
+        g_mdMonitor.CountRound(VORN_MD_FEED_INE_4PS, m_pShareMem->ine_inst_cnt);
         _SetFinished(MASK_INE_4PS);
         break;
     default:

@@ -9,6 +9,7 @@
 #include "tcp/ExanicTcpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "WireRead.h"
 #include "tcp/FrameLayout.h"
 
@@ -155,11 +156,15 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_StartSession(TcpSession& session,
     const auto* bytes = reinterpret_cast<const uint8_t*>(segment.payload);
     if (segment.payloadSize < MIN_SNAPSHOT_START || bytes[0] != MDQP_FLAG_FIRST ||
         bytes[1] != MDQP_TYPE_SNAPSHOT) {
+        g_mdMonitor.CountFate(VORN_MD_FATE_UNSTARTED);
         return FrameEnd::Finish;
     }
     session.current_seq = segment.seq;
     session.next_expt_seq = segment.seq + segment.payloadSize;
-    if (!_WalkFirstFields(session, segment)) {
+    const bool walked = _WalkFirstFields(session, segment);
+    g_mdMonitor.CountFate(walked && session.init != 0 ? VORN_MD_FATE_STARTED
+                                                      : VORN_MD_FATE_UNSTARTED);
+    if (!walked) {
         session.init = 0;
         session.em_dqp_data_type = MDQP_DATA_TYPE_UNKNOW;
         return FrameEnd::Stop;
@@ -222,15 +227,18 @@ bool CExanicTcpFunc::_SelectFeed(TcpSession& session, const SnapField& snap) con
 CExanicTcpFunc::FrameEnd CExanicTcpFunc::_ContinueSession(TcpSession& session,
                                                           const Segment& segment) {
     if (segment.srcHost != session.src_host || segment.dstHost != session.dst_host) {
+        g_mdMonitor.CountFate(VORN_MD_FATE_FOREIGN);
         return FrameEnd::Finish;
     }
     const uint32_t expected = session.next_expt_seq;
     if (_IsBefore(segment.seq, expected)) {
+        g_mdMonitor.CountFate(VORN_MD_FATE_OLD);
         return FrameEnd::Finish;
     }
     if (segment.seq != expected) {
         return _HoldEarlySegment(session, segment);
     }
+    g_mdMonitor.CountFate(VORN_MD_FATE_IN_ORDER);
     session.next_expt_seq = expected + segment.payloadSize;
     if (session.frag_flag != 0) {
         // A message that is still incomplete ends the frame: nothing is drained, and what is held
@@ -258,8 +266,10 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_HoldEarlySegment(TcpSession& session,
     if (session.lost_flag == 0) {
         TcpLostBuf* node = HoldFrame(segment.frame, segment.frameLen);
         if (node == nullptr) {
+            g_mdMonitor.CountFate(VORN_MD_FATE_DROPPED);
             return FrameEnd::Stop;
         }
+        g_mdMonitor.CountFate(VORN_MD_FATE_HELD);
         session.lost_buf_head = node;
         session.lost_flag = 1;
         ++session.lost_buf_size;
@@ -268,29 +278,36 @@ CExanicTcpFunc::FrameEnd CExanicTcpFunc::_HoldEarlySegment(TcpSession& session,
     if (session.lost_buf_size >= MAX_LOST_BUF_SIZE) {
         MD_LOG_AS("_PacketHandler", LOG_ERROR, "break tcp seq detected. expt: %u, got: %u",
                   session.next_expt_seq, segment.seq);
+        g_mdMonitor.CountFate(VORN_MD_FATE_DROPPED);
+        g_mdMonitor.worker.wipes.Add();
         _Cleandata();
         return FrameEnd::Stop;
     }
     TcpLostBuf* node = HoldFrame(segment.frame, segment.frameLen);
     if (node == nullptr) {
+        g_mdMonitor.CountFate(VORN_MD_FATE_DROPPED);
         return FrameEnd::Stop;
     }
     TcpLostBuf* at = session.lost_buf_head;
     while (true) {
         const uint32_t seq = SequenceOf(*at);
         if (_IsBefore(segment.seq, seq)) {
+            g_mdMonitor.CountFate(VORN_MD_FATE_HELD);
             InsertBefore(session, node, at);
             return FrameEnd::Finish;
         }
         if (segment.seq == seq) {
+            g_mdMonitor.CountFate(VORN_MD_FATE_OLD);
             free(node);
             return FrameEnd::Finish;
         }
         if (at->next == nullptr) {
+            g_mdMonitor.CountFate(VORN_MD_FATE_HELD);
             AppendAfter(session, node, at);
             return FrameEnd::Finish;
         }
         if (!_IsBefore(SequenceOf(*at->next), segment.seq)) {
+            g_mdMonitor.CountFate(VORN_MD_FATE_HELD);
             InsertBefore(session, node, at->next);
             return FrameEnd::Finish;
         }
@@ -344,6 +361,7 @@ CExanicTcpFunc::AppendResult CExanicTcpFunc::_AppendToMessage(TcpSession& sessio
     const size_t joined = static_cast<size_t>(session.frag_buf_offset) + payloadSize;
     if (joined > limit) {
         MD_LOG_AS("_PacketHandler", LOG_WARNING, "ignore tcp message!");
+        g_mdMonitor.worker.wipes.Add();
         _Cleandata();
         return AppendResult::Cleared;
     }

@@ -8,6 +8,7 @@
 #include "udp/ExanicUdpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "WireRead.h"
 
 #include <xmmintrin.h>
@@ -51,13 +52,16 @@ int32_t CExanicUdpFunc::UdpRecv() {
     const uint32_t size =
         static_cast<uint32_t>(exanic_receive_frame(m_pRxBuffer, m_recvBuf, RECV_BUF_SIZE, nullptr));
     if (size == 0) {
+        g_mdMonitor.NoteIdle();
         return RET_OK;
     }
     if (IsAbnormal(size)) {
         MD_LOG(LOG_DEBUG, "receive abnormal decode length: %u", size);
+        g_mdMonitor.CountAbnormal(size);
         return RET_OK;
     }
     MD_LOG(LOG_DEBUG_EX, "receive decode length: %u", size);
+    g_mdMonitor.CountFrame();
     return _ParseMirp(m_recvBuf, size);
 }
 
@@ -69,14 +73,17 @@ void CExanicUdpFunc::CachePacket() {
     }
     if (IsAbnormal(size)) {
         MD_LOG(LOG_DEBUG, "receive abnormal decode length: %u", size);
+        g_mdMonitor.CountAbnormal(size);
         return;
     }
     MD_LOG(LOG_DEBUG_EX, "receive decode length: %u", size);
+    g_mdMonitor.CountFrame();
 
     CacheBufInfo& cache = m_cachedDecode;
     // Tested with the largest entry, not with this one.
     if (cache.piOffset + MAX_ENTRY_SIZE > CACHE_BUF_SIZE) {
         MD_LOG(LOG_WARNING, "too many packet to cache, clear %d", cache.cachedCount);
+        g_mdMonitor.caller.cacheDropped.Add(static_cast<uint64_t>(cache.cachedCount));
         cache.piOffset = 0;
         cache.ciOffset = 0;
         cache.cachedCount = 0;
@@ -88,6 +95,7 @@ void CExanicUdpFunc::CachePacket() {
     memcpy(entry + sizeof(CachedDecodeHdr), m_recvBuf, size);
     cache.piOffset += static_cast<int32_t>(sizeof(CachedDecodeHdr) + size);
     ++cache.cachedCount;
+    g_mdMonitor.caller.cached.Add();
 }
 
 int32_t CExanicUdpFunc::ProcessCached() {
@@ -115,6 +123,7 @@ int32_t CExanicUdpFunc::ProcessCached() {
     const int32_t result = _ParseMirp(cache.pCacheBuf + dataOffset, size);
     // Consumed whatever came of it.
     --cache.cachedCount;
+    g_mdMonitor.caller.replayed.Add();
     cache.ciOffset = static_cast<int32_t>(dataOffset + size);
     return result;
 }

@@ -5,6 +5,7 @@
 #include "udp/ExanicUdpFunc.h"
 
 #include "CommonLog.h"
+#include "MdMonitor.h"
 #include "WireRead.h"
 #include "dev/FpgaRegisters.h"
 
@@ -90,6 +91,7 @@ void CExanicUdpFunc::Changes::Restore() {
 int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     if (len < sizeof(MirpHeader)) {
         MD_LOG(LOG_ERROR, "packet length too small: %u", len);
+        g_mdMonitor.caller.refused.Add();
         return RET_FAILED;
     }
     const auto header = ReadRecord<MirpHeader>(packet);
@@ -105,6 +107,7 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     int32_t result = RET_OK;
     const int32_t slot = _SelectSlot(header, exchangeType, result);
     if (slot < 0) {
+        g_mdMonitor.caller.refused.Add();
         return result;
     }
     instrument& record = m_pShareMem->instmts[slot];
@@ -117,12 +120,14 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     record.type = exchangeType;
     m_pRegisters[EXANIC_FPGA_SNAP_TIME] = decode.snapTime;
     if (incre.fieldID != FIELD_MARKET_DATA_INCRE) {
+        g_mdMonitor.caller.updates.Add();
         return RET_TO_CALLBACK;
     }
 
     const uint32_t expected = record.change_no + 1;
     if (incre.changeNo != expected) {
         if (incre.changeNo <= record.change_no) {
+            g_mdMonitor.caller.stale.Add();
             return RET_OK; // the other line was faster, or the snapshot has it already
         }
         MD_LOG(LOG_ERROR,
@@ -131,6 +136,7 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
                incre.changeNo, static_cast<int32_t>(expected),
                reinterpret_cast<const char*>(record.inst_id),
                static_cast<int32_t>(incre.instrumentNo), slot);
+        g_mdMonitor.CountGap(record, static_cast<uint32_t>(slot), expected, incre.changeNo);
         return RET_FAILED;
     }
 
@@ -146,8 +152,10 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
         // The change number goes back too: the next message of this instrument is then a gap, and
         // the feed takes a fresh snapshot.
         changes.Restore();
+        g_mdMonitor.caller.restoredBooks.Add();
         return RET_OK;
     }
+    g_mdMonitor.caller.updates.Add();
     return RET_TO_CALLBACK;
 }
 
@@ -193,10 +201,12 @@ inline bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
             MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "do not handle options, instrumentID: %.16s",
                       instId);
         }
+        g_mdMonitor.caller.unsubscribed.Add();
         return false;
     }
     if (isOption && m_refConfigData.options == 0) {
         MD_LOG_AS("_ParseMirp", LOG_DEBUG_EX, "do not handle options, instrumentID: %.16s", instId);
+        g_mdMonitor.caller.optionsSkipped.Add();
         return false;
     }
     return true;
