@@ -13,6 +13,7 @@ vorn_packages=(
     "libgtest-dev:tests"
     "libgmock-dev:tests"
     "python3:reports and tests"
+    "python3-numpy:the bus from Python"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
     "python3:the model of the feed that the tests hold it against"

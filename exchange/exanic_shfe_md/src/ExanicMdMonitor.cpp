@@ -21,10 +21,26 @@ uint64_t NowNs() {
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// The same moment on both clocks.
+// The same moment on both clocks: of some pairs the one that was read most quickly, because the
+// thread may be taken off the CPU between the two.
 struct ClockPair {
-    uint64_t ns = NowNs();
-    uint64_t ticks = __rdtsc();
+    uint64_t ns = 0;
+    uint64_t ticks = 0;
+
+    ClockPair() {
+        constexpr int PAIRS = 5;
+        uint64_t narrowest = UINT64_MAX;
+        for (int i = 0; i < PAIRS; ++i) {
+            const uint64_t before = __rdtsc();
+            const uint64_t now = NowNs();
+            const uint64_t width = __rdtsc() - before;
+            if (width < narrowest) {
+                narrowest = width;
+                ns = now;
+                ticks = before + width / 2;
+            }
+        }
+    }
 };
 const ClockPair LOAD_TIME; // of the program or library
 
@@ -72,12 +88,7 @@ void CMdMonitor::BeginRun() {
     for (uint64_t& rounds : m_toldRounds) {
         rounds = 0;
     }
-    m_gapCount.store(1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    for (CMdCounter& word : m_gap) {
-        word.Set(0);
-    }
-    m_gapCount.store(2, std::memory_order_release);
+    WriteGap({});
 }
 
 void CMdMonitor::EndRun() {
@@ -101,14 +112,19 @@ void CMdMonitor::EnterPhase(uint32_t phase) {
         return;
     }
     const uint64_t now = __rdtsc();
+    // Everything between the two counts is written with release order: whoever sees some of it sees
+    // the odd count too.
     const uint32_t count = m_phaseCount.load(std::memory_order_relaxed);
     m_phaseCount.store(count + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
     if (previous != VORN_MD_PHASE_STOPPED) {
-        caller.phaseTicks[previous].Add(now - m_phaseSince.Get());
+        CMdCounter& ticks = caller.phaseTicks[previous];
+        ticks.SetBehind(ticks.Get() + (now - m_phaseSince.Get()));
     }
-    m_phase.store(phase, std::memory_order_relaxed);
-    m_phaseSince.Set(now);
+    if (previous == VORN_MD_PHASE_LIVE) {
+        caller.liveFrames.SetBehind(HandledAtOnce());
+    }
+    m_phase.store(phase, std::memory_order_release);
+    m_phaseSince.SetBehind(now);
     m_phaseCount.store(count + 2, std::memory_order_release);
 
     vorn_md_event_t event = Event(VORN_MD_EVENT_PHASE);
@@ -118,7 +134,7 @@ void CMdMonitor::EnterPhase(uint32_t phase) {
 
 void CMdMonitor::TellRounds() {
     for (uint32_t feed = 0; feed < VORN_MD_FEED_CNT; ++feed) {
-        const uint64_t rounds = worker.rounds[feed].Get();
+        const uint64_t rounds = worker.rounds[feed].GetFirst();
         while (m_toldRounds[feed] < rounds) {
             ++m_toldRounds[feed];
             vorn_md_event_t event = Event(VORN_MD_EVENT_ROUND);
@@ -152,16 +168,7 @@ void CMdMonitor::CountGap(const instrument& record, uint32_t slot, uint32_t expe
     gap.expected = expected;
     gap.received = received;
     memcpy(gap.inst_id, record.inst_id, sizeof(gap.inst_id));
-    uint64_t words[GAP_WORDS];
-    memcpy(words, &gap, sizeof(words));
-
-    const uint32_t count = m_gapCount.load(std::memory_order_relaxed);
-    m_gapCount.store(count + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    for (uint32_t i = 0; i < GAP_WORDS; ++i) {
-        m_gap[i].Set(words[i]);
-    }
-    m_gapCount.store(count + 2, std::memory_order_release);
+    WriteGap(gap);
 
     vorn_md_event_t event = Event(VORN_MD_EVENT_GAP);
     event.count = caller.gaps.Add();
@@ -174,7 +181,7 @@ void CMdMonitor::CountGap(const instrument& record, uint32_t slot, uint32_t expe
 
 void CMdMonitor::CountRound(uint32_t feed, int32_t instruments) {
     worker.roundInstruments[feed].Set(static_cast<uint64_t>(instruments));
-    worker.rounds[feed].Add();
+    worker.rounds[feed].SetBehind(worker.rounds[feed].Get() + 1);
 }
 
 void CMdMonitor::TimeUpdate() {
@@ -201,17 +208,34 @@ void CMdMonitor::Tell(vorn_md_event_t event) const {
     }
 }
 
+void CMdMonitor::WriteGap(const vorn_md_gap_t& gap) {
+    uint64_t words[GAP_WORDS];
+    memcpy(words, &gap, sizeof(words));
+    const uint32_t count = m_gapCount.load(std::memory_order_relaxed);
+    m_gapCount.store(count + 1, std::memory_order_relaxed);
+    for (uint32_t i = 0; i < GAP_WORDS; ++i) {
+        m_gap[i].SetBehind(words[i]);
+    }
+    m_gapCount.store(count + 2, std::memory_order_release);
+}
+
 void CMdMonitor::ReadGap(vorn_md_gap_t& gap) const {
     uint64_t words[GAP_WORDS];
     uint32_t before = 0;
     do {
         before = m_gapCount.load(std::memory_order_acquire);
         for (uint32_t i = 0; i < GAP_WORDS; ++i) {
-            words[i] = m_gap[i].Get();
+            words[i] = m_gap[i].GetFirst();
         }
-        std::atomic_thread_fence(std::memory_order_acquire);
     } while (before % 2 != 0 || m_gapCount.load(std::memory_order_relaxed) != before);
     memcpy(&gap, words, sizeof(gap));
+}
+
+uint64_t CMdMonitor::HandledAtOnce() const {
+    const uint64_t handled = caller.updates.Get() + caller.stale.Get() + caller.unsubscribed.Get() +
+                             caller.optionsSkipped.Get() + caller.restoredBooks.Get() +
+                             caller.gaps.Get() + caller.refused.Get();
+    return handled - caller.replayed.Get();
 }
 
 void CMdMonitor::Read(vorn_md_counters_t& counters) const {
@@ -220,16 +244,18 @@ void CMdMonitor::Read(vorn_md_counters_t& counters) const {
 
     uint32_t phase = 0;
     uint64_t since = 0;
+    uint64_t atOnce = 0;
     uint64_t phaseTicks[VORN_MD_PHASE_CNT];
     uint32_t before = 0;
     do {
         before = m_phaseCount.load(std::memory_order_acquire);
-        since = m_phaseSince.Get();
-        phase = m_phase.load(std::memory_order_relaxed);
+        since = m_phaseSince.GetFirst();
+        phase = m_phase.load(std::memory_order_acquire);
         for (uint32_t i = 0; i < VORN_MD_PHASE_CNT; ++i) {
-            phaseTicks[i] = caller.phaseTicks[i].Get();
+            phaseTicks[i] = caller.phaseTicks[i].GetFirst();
         }
-        std::atomic_thread_fence(std::memory_order_acquire);
+        // Nothing is replayed in a live phase, so that the difference only grows there.
+        atOnce = phase == VORN_MD_PHASE_LIVE ? HandledAtOnce() : caller.liveFrames.GetFirst();
     } while (before % 2 != 0 || m_phaseCount.load(std::memory_order_relaxed) != before);
     ReadGap(counters.last_gap);
 
@@ -248,7 +274,8 @@ void CMdMonitor::Read(vorn_md_counters_t& counters) const {
 
     counters.cycles = caller.cycles.Get();
     counters.restarts = counters.cycles > 1 ? counters.cycles - 1 : 0;
-    counters.frames = caller.frames.Get();
+    counters.cached = caller.cached.Get();
+    counters.frames = atOnce + counters.cached;
     counters.updates = caller.updates.Get();
     counters.silent_updates = caller.silentUpdates.Get();
     counters.stale = caller.stale.Get();
@@ -259,7 +286,6 @@ void CMdMonitor::Read(vorn_md_counters_t& counters) const {
     counters.refused = caller.refused.Get();
     counters.overflows = caller.overflows.Get();
     counters.abnormal_lengths = caller.abnormalLengths.Get();
-    counters.cached = caller.cached.Get();
     counters.replayed = caller.replayed.Get();
     counters.cache_dropped = caller.cacheDropped.Get();
 

@@ -75,7 +75,7 @@ typedef struct vorn_md_counters_t {
     uint64_t
         time_in_phase_ns[VORN_MD_PHASE_CNT]; /*  24: all cycles, the phase that runs included */
     uint64_t last_update_ns; /*  88: when the last update was applied; 0: none. Taken when the feed
-                                     is first idle after it, or every 1024 frames if it never is */
+                                     is first idle after it, or every 1024 updates if it never is */
 
     uint64_t cycles;   /*  96: bring-ups */
     uint64_t restarts; /* 104: bring-ups behind the first one */

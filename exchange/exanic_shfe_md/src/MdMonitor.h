@@ -26,8 +26,11 @@ public:
         return value;
     }
     void Set(uint64_t value) { m_value.store(value, std::memory_order_relaxed); }
+    // Whoever sees this value sees what was written before it.
+    void SetBehind(uint64_t value) { m_value.store(value, std::memory_order_release); }
     // Any thread.
     uint64_t Get() const { return m_value.load(std::memory_order_relaxed); }
+    uint64_t GetFirst() const { return m_value.load(std::memory_order_acquire); }
 
 private:
     std::atomic<uint64_t> m_value{0};
@@ -37,8 +40,7 @@ class CMdMonitor {
 public:
     // Counters by the thread that owns them, so that no two threads write to one cache line.
     struct alignas(64) CallerCounters {
-        CMdCounter frames; // first, with the counters of the live path behind it
-        CMdCounter updates;
+        CMdCounter updates; // first, with the counters of the live path behind it
         CMdCounter stale;
         CMdCounter unsubscribed;
         CMdCounter timedUpdates; // updates at the time of lastUpdate
@@ -54,6 +56,7 @@ public:
         CMdCounter replayed;
         CMdCounter cacheDropped;
         CMdCounter cycles;
+        CMdCounter liveFrames;                    // decode buffers of the live phases that are over
         CMdCounter phaseTicks[VORN_MD_PHASE_CNT]; // without the phase that runs
     };
     struct alignas(64) DecoderCounters { // snapshot decoder thread
@@ -83,9 +86,8 @@ public:
     // Tells of the rounds that the worker has finished meanwhile.
     void TellRounds();
 
-    // A decode buffer of usable length has come.
-    void CountFrame() {
-        if (__builtin_expect((caller.frames.Add() & TIME_STEP) == 0, 0)) {
+    void CountUpdate() {
+        if (__builtin_expect((caller.updates.Add() & TIME_STEP) == 0, 0)) {
             TimeUpdate();
         }
     }
@@ -118,17 +120,21 @@ public:
     }
 
 private:
-    static constexpr uint64_t TIME_STEP = 1023; // frames between two times when never idle
+    static constexpr uint64_t TIME_STEP = 1023; // updates from one time to the next when never idle
     static constexpr uint32_t GAP_WORDS = sizeof(vorn_md_gap_t) / 8;
 
     void TimeUpdate() __attribute__((noinline));
     void Tell(vorn_md_event_t event) const;
     vorn_md_event_t Event(uint32_t type) const;
+    void WriteGap(const vorn_md_gap_t& gap);
     void ReadGap(vorn_md_gap_t& gap) const;
+    // Decode buffers that were handled at once. The live path counts what became of a buffer, which
+    // for a buffer of the cache is counted when it is replayed.
+    uint64_t HandledAtOnce() const;
 
     std::atomic<const share*> m_table{nullptr};
-    // Phase, its beginning in ticks (0 before the first run) and the times of the phases, with a
-    // count that is odd while they are written.
+    // Phase, its beginning in ticks (0 before the first run), the times of the phases and what the
+    // live ones have handled, with a count that is odd while they are written.
     std::atomic<uint32_t> m_phaseCount{0};
     std::atomic<uint32_t> m_phase{VORN_MD_PHASE_STOPPED};
     CMdCounter m_phaseSince;

@@ -1,7 +1,7 @@
 # cmake -DNM=<nm> -DLIBRARY=<libvorn_md.so> -P exported_symbols.cmake
 #
-# The shared library exports its five plain names and the monitor's three, and nothing else: no C++ symbol, nothing of the
-# card's library.
+# The shared library exports its five plain names and the monitor's three, and nothing else: no C++
+# symbol, nothing of the card's library.
 execute_process(
   COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY}
   OUTPUT_VARIABLE output

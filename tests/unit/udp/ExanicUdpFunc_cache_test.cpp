@@ -2,6 +2,7 @@
 // replayed. The buffer of these tests has the real capacity and lies between two pages that must
 // not be touched.
 
+#include "MdMonitor.h"
 #include "guarded_memory.h"
 #include "udp_fixture.h"
 
@@ -190,6 +191,16 @@ TEST_F(UdpCacheTest, OneByteFurtherEverythingIsAbandoned) {
         EXPECT_EQ(*at(8 + static_cast<int32_t>(size)), 0xAB);
         EXPECT_EQ(*at(kCapacity - 1), 0xCD);
     }
+}
+
+TEST_F(UdpCacheTest, CountsWhatIsAbandoned) {
+    const uint64_t before = g_mdMonitor.caller.cacheDropped.Get();
+    const uint64_t cached = g_mdMonitor.caller.cached.Get();
+    cache_.piOffset = kCapacity;
+    cache_.cachedCount = 9;
+    (void)cache_packet(frame_of(24));
+    EXPECT_EQ(g_mdMonitor.caller.cacheDropped.Get(), before + 9);
+    EXPECT_EQ(g_mdMonitor.caller.cached.Get(), cached + 1);
 }
 
 TEST_F(UdpCacheTest, WarnsOfEveryOverflow) {

@@ -61,7 +61,6 @@ int32_t CExanicUdpFunc::UdpRecv() {
         return RET_OK;
     }
     MD_LOG(LOG_DEBUG_EX, "receive decode length: %u", size);
-    g_mdMonitor.CountFrame();
     return _ParseMirp(m_recvBuf, size);
 }
 
@@ -77,7 +76,6 @@ void CExanicUdpFunc::CachePacket() {
         return;
     }
     MD_LOG(LOG_DEBUG_EX, "receive decode length: %u", size);
-    g_mdMonitor.CountFrame();
 
     CacheBufInfo& cache = m_cachedDecode;
     // Tested with the largest entry, not with this one.

@@ -120,7 +120,7 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     record.type = exchangeType;
     m_pRegisters[EXANIC_FPGA_SNAP_TIME] = decode.snapTime;
     if (incre.fieldID != FIELD_MARKET_DATA_INCRE) {
-        g_mdMonitor.caller.updates.Add();
+        g_mdMonitor.CountUpdate();
         return RET_TO_CALLBACK;
     }
 
@@ -155,7 +155,7 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
         g_mdMonitor.caller.restoredBooks.Add();
         return RET_OK;
     }
-    g_mdMonitor.caller.updates.Add();
+    g_mdMonitor.CountUpdate();
     return RET_TO_CALLBACK;
 }
 

@@ -1,5 +1,6 @@
-/* A C11 consumer of the library. The header must come first: it brings all that it needs. */
+/* A C11 consumer of the library. The headers must come first: they bring all that they need. */
 #include "ExanicMdImpl.h"
+#include "ExanicMdMonitor.h"
 
 #include "consumer_probe.h"
 
@@ -14,18 +15,24 @@ const struct layout_probe* c11_layout(void) {
     return kRows;
 }
 
-void c11_names(const void* names[5]) {
+void c11_names(const void* names[8]) {
     /* The types, too, are as a C consumer writes them. */
     void (**callback)(instrument*) = &update_md;
     void (*set)(void (*)(instrument*)) = set_update_md_callback;
     int (*run)(char*, int*) = vorn_recv;
     char* (*create)(const char*, unsigned int) = create_shm;
     void (*detach)(char*) = free_shm;
+    const share* (*table)(void) = vorn_md_table;
+    int (*counters)(vorn_md_counters_t*) = vorn_md_counters;
+    void (*set_event)(void (*)(const vorn_md_event_t*, void*), void*) = vorn_md_set_event_callback;
     names[0] = (const void*)callback;
     names[1] = (const void*)(size_t)set;
     names[2] = (const void*)(size_t)run;
     names[3] = (const void*)(size_t)create;
     names[4] = (const void*)(size_t)detach;
+    names[5] = (const void*)(size_t)table;
+    names[6] = (const void*)(size_t)counters;
+    names[7] = (const void*)(size_t)set_event;
 }
 
 /* The mask reads as a byte and as bits. */

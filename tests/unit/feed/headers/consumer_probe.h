@@ -19,9 +19,9 @@ extern "C" {
 /* Rows of a table; the last one has a null name. */
 const struct layout_probe* c11_layout(void);
 const struct layout_probe* cxx17_layout(void);
-/* Addresses of the five names as the two languages see them, in the order of the header. */
-void c11_names(const void* names[5]);
-void cxx17_names(const void* names[5]);
+/* Addresses of the eight names as the two languages see them, in the order of the headers. */
+void c11_names(const void* names[8]);
+void cxx17_names(const void* names[8]);
 
 #ifdef __cplusplus
 }
