@@ -17,8 +17,6 @@ namespace {
 
 constexpr mode_t kMode = 0640;
 constexpr mode_t kLockMode = 0600; // a reader must not be able to hold the writers' lock
-constexpr uint64_t kLeastRing = 1024;
-constexpr uint64_t kLargestRing = 16u << 20;
 constexpr instrument kEmptyRecord{};
 
 uint64_t next_page(uint64_t offset) {
@@ -188,9 +186,8 @@ private:
 BusWriter::BusWriter(const WriterOptions& options)
     : path_(bus_path(options.name)), file_(std::make_unique<File>()),
       ring_mask_(options.ring_records - 1) {
-    const uint64_t records = options.ring_records;
-    if (records < kLeastRing || records > kLargestRing || (records & (records - 1)) != 0) {
-        throw BusError("a ring of " + std::to_string(records) +
+    if (!is_ring_size(options.ring_records)) {
+        throw BusError("a ring of " + std::to_string(options.ring_records) +
                        " records cannot be: choose a power of two from 1024 to 16777216");
     }
     file_->lock = take_lock(path_);

@@ -21,6 +21,10 @@ struct WriterOptions {
     uint64_t heartbeat_interval_ns = 100'000'000;
 };
 
+constexpr bool is_ring_size(uint64_t records) {
+    return records >= 1024 && records <= 16u << 20 && (records & (records - 1)) == 0;
+}
+
 class BusWriter {
 public:
     // Makes the file (mode 0640, all of its memory taken at once) and puts it in the place of one

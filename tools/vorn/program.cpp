@@ -159,6 +159,7 @@ int run(int argc, const char* const* argv) {
     add_demo(app, globals);
     add_sim(app, globals);
     add_record(app, globals);
+    add_publish(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_info(app, globals);

@@ -1,21 +1,16 @@
 // vorn replay: runs the feed over a capture with a consumer that only counts.
 
-#include "tools/vorn/data_out.h"
 #include "tools/vorn/exit_code.h"
 #include "tools/vorn/fault_options.h"
 #include "tools/vorn/feed/feed_run.h"
-#include "tools/vorn/feed/feed_text.h"
-#include "tools/vorn/messages.h"
+#include "tools/vorn/feed/run_summary.h"
 #include "tools/vorn/progress.h"
 #include "tools/vorn/subcommands.h"
-#include "tools/vorn/terminal.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <bitset>
 #include <memory>
-#include <unistd.h>
 
 namespace vorn_cli {
 
@@ -55,31 +50,8 @@ int run_replay(const ReplayOptions& options, const Globals& globals) {
         counter);
     counter.finish();
 
-    const double live = std::chrono::duration<double>(
-                            report.counters.time_in[static_cast<std::size_t>(FeedPhase::kLive)])
-                            .count();
-    const double rate =
-        live > 0
-            ? static_cast<double>(report.counters.decode_buffers - report.counters.cached) / live
-            : 0.0;
-    DataOut out(STDOUT_FILENO);
-    if (globals.json) {
-        nlohmann::json object = to_json(report);
-        object["capture"] = options.capture;
-        object["updates"] = counter.updates();
-        object["instruments"] = counter.instruments();
-        object["live_buffers_per_second"] = rate;
-        out.json(object);
-    } else {
-        out.line(fmt::format("{:<18}{:>14}", "updates", grouped(counter.updates())));
-        out.line(fmt::format("{:<18}{:>14}", "instruments", grouped(counter.instruments())));
-        for (const std::string& line : feed_lines(report)) {
-            out.line(printable(line));
-        }
-        out.line(fmt::format("{:<18}{:>14} decode buffers a second", "live rate",
-                             grouped(static_cast<uint64_t>(rate))));
-    }
-    out.close();
+    print_summary(report, {counter.updates(), counter.instruments()},
+                  {{"capture", options.capture}}, {}, globals);
     if (report.result != 0) {
         throw Failure(kFailed, fmt::format("the feed gave up: {}", reason_of(report.log)));
     }
