@@ -19,7 +19,7 @@ import sys
 from pictures import bars, curve
 
 PROGRAMS = ["live_path", "latency", "cache", "snapshot", "checksum", "hand_over", "csv_row",
-            "log_line", "hot_path", "growth", "start_up"]
+            "log_line", "hot_path", "growth", "start_up", "bus"]
 FLAVOURS = ["", "_native"]
 
 
