@@ -137,6 +137,7 @@ class FollowTest(unittest.TestCase):
             bus = written.open()
             written.writer.send_signal(signal.SIGSTOP)
             batches = bus.follow(idle_s=0.01)
+
             def nothing_came():
                 batch = next(batches)
                 return len(batch) == 0 and batch.lost == 0

@@ -200,8 +200,11 @@ TEST_F(BusWriters, TakeOverInAFileOfTheirOwn) {
     BusReader bus(name_);
     publish(1, 10);
     EXPECT_EQ(bus.generation(), 1U);
+    const vorn_bus::Mapping old_file(bus.path());
+    EXPECT_EQ(old_file.live().state, vorn_bus::kStateOpen);
     start();
     EXPECT_EQ(bus.writer_state(), WriterState::kReplaced);
+    EXPECT_EQ(old_file.live().state, vorn_bus::kStateReplaced) << "told, not only outrun";
     Slot slot;
     EXPECT_EQ(bus.read_slot(1, slot), SlotResult::kFilled) << "the old file is still mapped";
     RingCursor cursor = bus.follow();
