@@ -1,5 +1,6 @@
 // No memory for a session: without its joining buffer the feed cannot go on, without room for an
-// early segment it loses that segment.
+// early segment it loses that segment, and without room for the check of a finished snapshot it
+// takes the snapshot again.
 
 #include "tests/unit/tcp/platform_stubs.h"
 
@@ -11,6 +12,8 @@
 #include "tests/unit/tcp/segment_script.h"
 
 #include <cstdio>
+#include <new>
+#include <vector>
 
 namespace tcp_test {
 namespace {
@@ -66,6 +69,50 @@ TEST_F(OutOfMemory, WithoutRoomAnEarlySegmentIsDropped) {
     set_masks(0x01, 0x01);
     EXPECT_EQ(dropped(100), said);
     EXPECT_EQ(finished.mask, 0x01);
+}
+
+// A snapshot of one instrument in two frames, as the worker gets them; the book is good, or
+// crossed.
+std::vector<std::vector<char>> round_of(uint32_t seq, bool good) {
+    const Bytes first = wirekit::mdqp_message()
+                            .snap(kShfe2psTopic, 1)
+                            .inst({.inst_id = "cu2601", .inst_no = 3})
+                            .deal({.inst_no = 3, .last_price = 100, .upper_limit_price = 150})
+                            .packet_no(1)
+                            .bytes();
+    const Bytes last = wirekit::mdqp_message(wirekit::kFlagLast)
+                           .price(3, '1', good ? 101 : 99, 1)
+                           .price(3, '0', 100, 1)
+                           .packet_no(2)
+                           .bytes();
+    std::vector<std::vector<char>> copies;
+    for (const Bytes& frame : {segment(seq, first).bytes(),
+                               segment(seq + static_cast<uint32_t>(first.size()), last).bytes()}) {
+        copies.emplace_back(frame.begin(), frame.end()).resize(frame.size() + DECODE_SLACK);
+    }
+    return copies;
+}
+
+TEST_F(OutOfMemory, ASnapshotThatCouldNotBeCheckedIsTakenAgain) {
+    set_masks(0x01, 0x00);
+    const auto as_task = [&](std::vector<char>& copy) {
+        core->_HandleTask(copy.data(), static_cast<uint32_t>(copy.size() - DECODE_SLACK));
+    };
+    std::vector<std::vector<char>> crossed = round_of(1, false);
+    as_task(crossed[0]);
+    {
+        const NoMemoryFor checked_prices((BID_PX_LEVEL + ASK_PX_LEVEL) * sizeof(double));
+        EXPECT_THROW(as_task(crossed[1]), std::bad_alloc);
+    }
+    EXPECT_FALSE(core->_SnapshotIsComplete());
+    EXPECT_EQ(finished.mask, 0);
+    EXPECT_EQ(table->shfe_inst_cnt, 0);
+    EXPECT_EQ(session().init, 0);
+    for (std::vector<char>& copy : round_of(5000, true)) {
+        as_task(copy);
+    }
+    EXPECT_TRUE(core->_SnapshotIsComplete());
+    EXPECT_EQ(slot(3).ask_px[0], 101);
 }
 
 } // namespace

@@ -131,10 +131,17 @@ void CExanicTcpFunc::_HandleTask(char* frame, uint32_t frameLen) {
         HandlerScope& operator=(const HandlerScope&) = delete;
     };
     const HandlerScope scope(m_handlerCount);
-    if (!_MasksAreEqual()) {
-        _PacketHandler(frame, frameLen);
-    } else {
+    if (_MasksAreEqual()) {
         g_mdMonitor.CountFate(VORN_MD_FATE_LATE);
+        return;
+    }
+    try {
+        _PacketHandler(frame, frameLen);
+    } catch (...) {
+        // Out of memory: a part of a message is lost, or the check of the snapshot that the frame
+        // completed. Nothing may be built on either, so the snapshot is taken again.
+        _Cleandata();
+        throw;
     }
 }
 
