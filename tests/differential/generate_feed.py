@@ -97,12 +97,13 @@ def feed(rng):
         rng, shfe2ps="enabled" if "shfe" in exchanges else "off",
         ine2ps="enabled" if "ine" in exchanges else "",
         insts=rng.choice(("all", "all", "cu2609,sc", "au,rb2610,nr2603")),
-        log_level=rng.choice(("31", "31", "15", "7")), recovery=rng.choice(("enabled", "off")),
+        log_level=rng.choice(("31", "31", "15", "7")), recovery=rng.choice(("enabled", "off", "off")),
         shield_price_check=rng.choice("0001"), timeout_cnt=rng.choice(("0", "1", "3", "-5")),
         options=rng.choice(("recv", "norecv")))
     cycles = []
     state = {}
-    for _ in range(rng.choice((1, 1, 2, 2, 3))):
+    rounds = rng.choice((1, 2, 2, 3, 3))
+    for left in reversed(range(rounds)):
         base = max(state.values(), default=0)
         state = {place: base for place in state}
         change_no = base + rng.randrange(4)
@@ -120,7 +121,8 @@ def feed(rng):
             state[place] = max(state[place], change_no)
         for place in [(1000, n) for _, n in _SHFE] + [(5000, n) for _, n in _INE]:
             state.setdefault(place, change_no)
-        after = _changes(rng, state, rng.randrange(40), exchanges, rng.random() < 0.35)
+        after = _changes(rng, state, rng.randrange(40), exchanges,
+                         rng.random() < (0.8 if left else 0.2))
         cycle = Cycle(cached, frames, after)
         if rng.random() < 0.1:
             cycle.frames = frames[:rng.randrange(len(frames))]

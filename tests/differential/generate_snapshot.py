@@ -55,7 +55,9 @@ class Instruments:
     def _deal(self, number):
         rng, hostile = self.rng, self.hostile
         price = lambda: _price(rng, hostile)
-        limits = (_MARK, 0.0) if hostile and rng.random() < 0.3 else (2000.0, 1.0)
+        limits = (2000.0, 1.0)
+        if rng.random() < (0.3 if hostile else 0.05):
+            limits = rng.choice(((_MARK, 0.0), (2000.0, _MARK), (_MARK, _MARK), (-0.0, 5e-6)))
         return wire.deal_info(number, price(), rng.choice(INT32 + (7,)), price(), price(), price(),
                               price(), *limits, rng.choice((b"09:00:00\0", b"123456789", b"")),
                               rng.choice((0, 500, 65536, -1)), rng.choice((0, 5, 2**31 - 1, -1)))

@@ -32,7 +32,7 @@ from tests.differential.generate_snapshot import snapshot  # noqa: E402
 from tests.differential.rules import RulesMet  # noqa: E402
 
 # Share of each kind, in thousandths. A whole run takes as long as fifty of the others.
-MIX = {"incremental": 150, "snapshot": 803, "config": 42, "feed": 5}
+MIX = {"incremental": 149, "snapshot": 803, "config": 40, "feed": 8}
 GENERATORS = {"incremental": incremental, "snapshot": snapshot, "config": config, "feed": feed}
 CHUNK = 100
 
