@@ -9,8 +9,8 @@
 
 namespace evidence {
 
-// A cycle whose last live change leaves a number out. Its 2 silent updates are followed by 6 calls
-// of the callback.
+// A cycle whose last live change leaves a number out. It caches 3 buffers, so that 3 of its 8
+// updates stay silent.
 Cycle gap_cycle();
 // The same without the gap.
 Cycle quiet_cycle();

@@ -1,7 +1,9 @@
 #include "process_state.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
@@ -41,6 +43,19 @@ std::size_t threads_left(std::size_t expected) {
 
 std::size_t descriptor_count() {
     return entries_of("/proc/self/fd") - 1; // the one that reads the list
+}
+
+int64_t resident_bytes() {
+    char line[128] = {};
+    const int file = ::open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+    if (file < 0 || ::read(file, line, sizeof line - 1) <= 0) {
+        throw std::system_error(errno, std::generic_category(), "/proc/self/statm");
+    }
+    ::close(file);
+    long long size = 0;
+    long long resident = 0;
+    std::sscanf(line, "%lld %lld", &size, &resident);
+    return resident * ::sysconf(_SC_PAGESIZE);
 }
 
 std::string text_of(int fd) {

@@ -3,6 +3,7 @@
 // What a process holds, as the kernel counts it, and small things that its tests share.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace evidence {
@@ -12,6 +13,7 @@ namespace evidence {
 std::size_t threads_left(std::size_t expected = 1);
 std::size_t thread_count();
 std::size_t descriptor_count();
+int64_t resident_bytes();
 
 // All that was written to a file, by its descriptor.
 std::string text_of(int fd);
