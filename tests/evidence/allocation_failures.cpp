@@ -124,7 +124,9 @@ void run_out_of_time(uint64_t polls) {
     int keep_running = 1;
     evidence::FeedCard& card = evidence::FeedCard::instance();
     card.start(cycles, &keep_running);
-    card.at_raw_end = &run_out_of_time;
+    if (site != 0) {
+        card.at_raw_end = &run_out_of_time;
+    }
     set_update_md_callback(&on_update);
     char path[] = "feed.ini";
     armed = true;
