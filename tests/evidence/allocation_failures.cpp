@@ -31,6 +31,7 @@
 #include <dlfcn.h>
 #include <fstream>
 #include <map>
+#include <sched.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -238,6 +239,13 @@ extern "C" int posix_memalign(void** block, size_t alignment, size_t size) noexc
         table = static_cast<const share*>(*block);
     }
     return *block == nullptr ? ENOMEM : 0;
+}
+
+// On a busy machine a thread that yields waits for everybody else's turn; one that sleeps for a
+// moment is soon let in again.
+extern "C" int sched_yield() noexcept {
+    ::usleep(20);
+    return 0;
 }
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
