@@ -162,6 +162,15 @@ TEST_F(CaptureTalliesOf, RoundsBeginWithASnapshotNumberAndEndWithTheLastMessage)
     EXPECT_EQ(product_name(*tallies_.changes().find(Side::kShfe, 0)), "options");
 }
 
+TEST_F(CaptureTalliesOf, ARoundOfWhichOnlyTheEndWasCapturedIsNotAWholeOne) {
+    segment(wirekit::mdqp_message(wirekit::kFlagLast).packet_no(1).bytes());
+    segment(round_of(2, 1));
+    const SessionTally& one = session();
+    EXPECT_EQ(one.rounds_begun, 1u);
+    EXPECT_EQ(one.rounds_complete, 1u);
+    EXPECT_EQ(one.rounds.size(), 1u);
+}
+
 TEST_F(CaptureTalliesOf, SessionsCountTheirSegments) {
     segment({}, wirekit::kTcpSyn);
     const Bytes stream = round_of(1, 4);

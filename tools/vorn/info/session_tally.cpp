@@ -111,7 +111,8 @@ void SessionTallies::take_message(std::size_t index, std::span<const uint8_t> me
     state.round.last_ns = time_ns;
     ++state.round.messages;
     if (message[0] == mdqp::kFlagLast) {
-        ++tally.rounds_complete;
+        // A capture may begin inside a round, of which it then has the end only.
+        tally.rounds_complete += state.in_round ? 1 : 0;
         state.round.complete = true;
         end_round(index);
     }
