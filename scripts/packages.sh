@@ -22,6 +22,11 @@ vorn_lab_packages=(
     "iproute2:network namespaces of the lab"
     "ethtool:offloads of the lab's links"
 )
+vorn_clang_packages=(
+    "clang-14:compiler of the fuzz targets and of the coverage build"
+    "libclang-rt-14-dev:libFuzzer, sanitizers and profiles for it"
+    "llvm-14:coverage reports, and names in a finding's stack"
+)
 vorn_lint_packages=(
     "clang-format-14:formatter"
     "clang-tidy-14:linter"
