@@ -140,4 +140,12 @@ TEST(ConfigLog, IsFilteredByTheMaskSetBeforeUntilTheFileSetsItsOwn) {
     EXPECT_THAT(loaded.log, ElementsAre("X ConfigParse InitConfig inst: a"));
 }
 
+TEST(ConfigLog, WithTheLevelOffAMissingFileFailsWithoutALine) {
+    ExanicMdConfigData data;
+    CConfigParse parser(data);
+    const support::LogCapture capture(0);
+    EXPECT_EQ(parser.InitConfig("/nowhere/vorn.ini"), -1);
+    EXPECT_EQ(capture.text(), "");
+}
+
 } // namespace

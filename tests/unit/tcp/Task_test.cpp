@@ -122,5 +122,24 @@ TEST(FramePool, TakesBackFromAnotherThreadWithoutMixingBuffersUp) {
     EXPECT_EQ(wrong, 0);
 }
 
+TEST(TaskMove, OfATaskWithoutACallLeavesOneWithout) {
+    const auto count = std::make_shared<int>(0);
+    Task empty;
+    Task moved(std::move(empty));
+    Task full(Call<8>{count});
+    full = std::move(moved);
+    EXPECT_EQ(count.use_count(), 1) << "the call that it held is gone";
+    full.Reset(); // nothing to drop
+}
+
+TEST(TaskMove, OntoItselfKeepsTheCall) {
+    const auto count = std::make_shared<int>(0);
+    Task task(Call<8>{count});
+    Task& same = task;
+    task = std::move(same);
+    task.Run();
+    EXPECT_EQ(*count, 1);
+}
+
 } // namespace
 } // namespace tcp_test

@@ -390,6 +390,25 @@ TEST_F(UdpCacheTest, ACorruptCacheIsClearedAndFails) {
     }
 }
 
+TEST_F(UdpCacheTest, WithTheLevelsOffTheSameHappensWithoutALine) {
+    support::ScriptedCard& card = support::ScriptedCard::instance();
+    const support::LogCapture capture(0);
+    cache_.cachedCount = 0;
+    EXPECT_EQ(udp_.ProcessCached(), RET_OK) << "nothing is cached";
+    put_entry(0, 0xFFFFFFFF);
+    cache_.cachedCount = 1;
+    EXPECT_EQ(udp_.ProcessCached(), RET_FAILED) << "an entry behind the end";
+    cache_.ciOffset = kCapacity - 7;
+    cache_.cachedCount = 1;
+    EXPECT_EQ(udp_.ProcessCached(), RET_FAILED) << "a header behind the end";
+    card.push_result(0, 5);
+    udp_.CachePacket();
+    card.push_result(0, 5);
+    EXPECT_EQ(udp_.UdpRecv(), RET_OK) << "too short";
+    EXPECT_EQ(capture.text(), "");
+    expect_offsets(0, 0, 0);
+}
+
 TEST_F(UdpCacheTest, EntriesThatEndAtTheCapacityAreReplayed) {
     const Bytes frame = message().bytes();
     put_entry(kCapacity - 32, 24, frame);
