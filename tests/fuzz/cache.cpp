@@ -122,7 +122,10 @@ private:
 
     void other(uint8_t kind) {
         if ((kind & 8) != 0) {
+            const int32_t count = rig_.table().ine_inst_cnt;
+            rig_.table().ine_inst_cnt = (kind & 32) != 0 ? 0 : count;
             rig_.core().PrefetchCalcInfo();
+            rig_.table().ine_inst_cnt = count;
         } else if ((kind & 16) != 0 && std::exchange(may_clear_, false)) {
             rig_.core().ClearCache();
             put_ = taken_ = count_ = 0;

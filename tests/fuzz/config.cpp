@@ -1,4 +1,4 @@
-// The configuration file: the whole input is the file.
+// The configuration file: the whole input is the file. A single NUL stands for none.
 //
 // It is loaded, and loaded once more by the same parser, which must come to the same.
 
@@ -47,9 +47,22 @@ void check(const ExanicMdConfigData& data, int result) {
     }
 }
 
+void load_none() {
+    for (const int mask : {0, 15}) {
+        CCommonLog::m_logLevel.store(mask, std::memory_order_relaxed);
+        ExanicMdConfigData data;
+        CConfigParse parser(data);
+        REQUIRE(parser.InitConfig("/proc/self/fd/none") == -1);
+    }
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    if (size == 1 && data[0] == 0) {
+        load_none();
+        return 0;
+    }
     static fuzz::MemoryFile file("vorn.ini");
     file.fill({data, std::min(size, kMaxSize)});
     CCommonLog::m_logLevel.store(15, std::memory_order_relaxed);

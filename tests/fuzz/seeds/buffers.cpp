@@ -98,7 +98,7 @@ void put_buffers() {
     };
     raw("good", buffer().topic(1000).change_no(8).highest(1).bytes());
     raw("topic", buffer().topic(77).bytes());
-    raw("negative-topic", buffer().topic(static_cast<uint16_t>(-5101)).bytes());
+    raw("ine-4ps", buffer().topic(5101).change_no(8).bytes());
     raw("4ps", buffer().topic(1101).change_no(8).bytes());
     raw("shfe-beyond", buffer().topic(1000).instrument(16384).bytes());
     raw("shfe-last", buffer().topic(1000).instrument(16383).bytes());
@@ -133,7 +133,8 @@ void put_cache_runs() {
     save("entry-beyond", raw_entry(0, Bytes(64, 0xFF)) + jump(16 | 32 | 64, 0) + process + receive +
                              Bytes{5} + Bytes{6 | 16 | 32 | 64 | 8, 8, 0} + process);
     save("statuses", Bytes{2, 10, 18, 26, 34, 42, 50, 58} + process);
-    save("forget", receive + Bytes{7} + process + receive + Bytes{15} + Bytes{23} + process);
+    save("forget",
+         receive + Bytes{7} + process + receive + Bytes{15} + Bytes{47} + Bytes{23} + process);
     save("clear", receive + Bytes{23} + receive + process);
     save("short", raw_entry(0, Bytes(23, 1)) + raw_entry(0, Bytes(2049, 1)) + process);
 }

@@ -16,7 +16,7 @@ void put_configs() {
         put("config", name, bytes_of(text));
     };
     put("config", "sample", file_bytes(VORN_SAMPLE_INI));
-    save("empty", "");
+    save("none", std::string(1, '\0'));
     save("list", "[config]\ndevice=exanic0\ninsts= cu2603 ,au,, sc ,\noptions=norecv\n"
                  "shfe2ps=enabled\nine2ps=enabled\nlog_level=31\nshield_price_check=1\n");
     save("all-log", "[config]\ndevice=d\ninsts=all\nlog_level=15\n");

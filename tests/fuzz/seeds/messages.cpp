@@ -45,6 +45,8 @@ void put_messages() {
         save(name, shape, Bytes(message.packet_no(1).bytes()), control);
         save(name + "-kept", shape, Bytes(message.bytes()), static_cast<uint8_t>(control | 8));
         save(name + "-real", shape, Bytes(message.bytes()), static_cast<uint8_t>(control | 128));
+        save(name + "-real-ine", static_cast<uint8_t>(shape | 1), Bytes(message.bytes()),
+             static_cast<uint8_t>(control | 128));
     };
     using Message = wirekit::MdqpMessageBuilder;
     book("good", [](Message& m, int32_t i) {
@@ -107,6 +109,13 @@ void put_messages() {
                    .inst({.inst_id = "SPD cu2603-cu2604xxxxxxxxxxxxx", .inst_no = 8})
                    .packet_no(1)
                    .bytes()));
+    for (const uint8_t type : std::initializer_list<uint8_t>{0, 1}) {
+        auto many = mdqp_message();
+        for (const int32_t inst : {3200, 3201, 3202, 12800, 12801, 12802}) {
+            many.inst({.inst_id = "cu2603", .inst_no = inst});
+        }
+        save("many-" + std::to_string(type), type, Bytes(many.packet_no(1).bytes()));
+    }
     save("blank-id", 0,
          Bytes(mdqp_message()
                    .inst({.inst_id = "  ", .inst_no = 8})

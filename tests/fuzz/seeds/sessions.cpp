@@ -23,7 +23,9 @@ void put_sessions_with(uint8_t control) {
     const Bytes start = slice(shfe, 0, 420); // the first message and a part of the second
     const Bytes plain = mdqp_message().packet_no(2).raw(Bytes(30, 0)).bytes();
     const Bytes first =
-        Bytes(mdqp_message().snap(1000, 1).packet_no(1).snap(7, 7).snap(8, 8).bytes());
+        mdqp_message().snap(1000, 1).field(0x1002, 20, Bytes(20, 0)).packet_no(1).bytes();
+    const Bytes two_topics =
+        mdqp_message().snap(1000, 1).packet_no(1).snap(7, 7).snap(8, 8).bytes();
 
     save("both", script().add(kNext, shfe).add(kNext, ine, 1));
     save("both-4ps", script()
@@ -40,6 +42,7 @@ void put_sessions_with(uint8_t control) {
     Bytes zero_field = first;
     wirekit::put_le16(&zero_field[10], 0);
     save("zero-field", script().add(kNext, zero_field));
+    save("two-topics", script().add(kNext, two_topics).add(kNext, plain));
     // Whole, cut in pieces, byte by byte.
     for (const std::size_t piece : {1, 7, 45, 100, 333}) {
         Script pieces(control);

@@ -118,7 +118,7 @@ IncrementalRig::IncrementalRig()
     config_.shfe2ps_topic_id = kShfeTopic;
     config_.ine2ps_topic_id = kIneTopic;
     config_.shfe4ps_topic_id = 1101;
-    config_.ine4ps_topic_id = -5101; // never matches
+    config_.ine4ps_topic_id = 5101;
     table_->shfe_inst_cnt = SHFE_MAX_INST_CNT;
     table_->ine_inst_cnt = INE_MAX_INST_CNT;
     for (std::size_t i = 0; i < kSeededCount; ++i) {

@@ -41,6 +41,7 @@ public:
 
     CExanicUdpFunc& core() { return *core_; }
     CacheBufInfo& cached() { return cached_; }
+    share& table() { return *table_; }
 
 private:
     IncrementalRig();

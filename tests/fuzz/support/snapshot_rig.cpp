@@ -26,6 +26,7 @@ namespace fuzz {
 namespace {
 
 constexpr std::size_t kRegisterWords = 32768;
+constexpr int kRealCalls = 3;
 constexpr int kLogMasks[] = {0, 0, 0, 31};
 
 template <typename Value>
@@ -72,7 +73,7 @@ void SnapshotRig::begin(uint8_t control) {
     config_.shield_price_check = (control & 8) != 0;
     CCommonLog::m_logLevel.store(kLogMasks[(control >> 4) & 3], std::memory_order_relaxed);
     enabled_.mask = (control & 64) != 0 ? 0x0F : MASK_SHFE_2PS | MASK_INE_2PS;
-    real_ = (control & 128) != 0;
+    real_left_ = (control & 128) != 0 ? kRealCalls : 0;
     core_->shfe_cnt_80_flag = core_->ine_cnt_80_flag = true;
     core_->shfe_cnt_flag = core_->ine_cnt_flag = true;
 }
@@ -109,7 +110,8 @@ void SnapshotRig::messages(std::span<const uint8_t> bytes, EMdqpDataType type, u
 }
 
 void SnapshotRig::clean() {
-    if (real_) {
+    if (real_left_ > 0) {
+        --real_left_;
         real_clean(core_.get());
         return;
     }
@@ -124,7 +126,8 @@ void SnapshotRig::clean() {
 
 int32_t SnapshotRig::check_books() {
     int32_t result = 0;
-    if (real_) {
+    if (real_left_ > 0) {
+        --real_left_;
         result = real_check(core_.get());
     } else {
         const auto check = [&](uint32_t slot) {

@@ -29,8 +29,8 @@ public:
     static SnapshotRig& instance();
 
     // First byte of every input: bit 0 recovery, 1 options not handled, 2 a list of instruments
-    // instead of all, 3 failing books are kept, 4 and 5 both: everything is logged, 6 all
-    // four feeds instead of two, 7 the real clean and price check.
+    // instead of all, 3 failing books are kept, 4 and 5 both: everything is logged, 6 all four
+    // feeds instead of two, 7 the first few cleans and price checks are the real ones.
     void begin(uint8_t control);
     // What the worker does with a received frame; sizes that are never received are ignored.
     void frame(std::span<const uint8_t> bytes);
@@ -64,7 +64,7 @@ private:
     std::unique_ptr<CExanicTcpFunc> core_;
     std::vector<uint16_t> ports_; // whose sessions this input may have touched
     std::size_t delivered_ = 0;   // bytes of its frames
-    bool real_ = false;
+    int real_left_ = 0;           // calls that still go to the real clean and price check
 };
 
 } // namespace fuzz
