@@ -183,7 +183,7 @@ class Campaign:
         objects = [a for program in programs[1:] for a in ("-object", program)]
         command = [tool("llvm-cov"), what, programs[0], *objects,
                    f"-instr-profile={self.profile()}", f"-compilation-dir={self.build}",
-                   f"-ignore-filename-regex=.*/(tests|wirekit|softcard|exchange_sim|faults|tools)/.*",
+                   "-ignore-filename-regex=.*/(tests|wirekit|softcard|exchange_sim|faults|tools)/.*",
                    *arguments]
         done = subprocess.run(command, capture_output=True, text=True)
         if done.returncode != 0:

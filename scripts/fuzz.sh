@@ -8,7 +8,7 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-# shellcheck source=scripts/packages.sh
+# shellcheck source=scripts/packages.sh disable=SC2154
 . "$root/scripts/packages.sh"
 folder=$root/tests/fuzz
 
@@ -37,7 +37,7 @@ fuzz() { # TARGET SECONDS
     local findings=$root/build-fuzz/findings grown=$root/build-fuzz/corpus/$target
     mkdir -p "$findings" "$grown"
     local arguments=(-max_len="${sizes[$target]}" -max_total_time="$seconds" -print_final_stats=1
-        -artifact_prefix="$findings/$target-" "$grown" "$folder/corpus/$target")
+        -report_slow_units=600 -artifact_prefix="$findings/$target-" "$grown" "$folder/corpus/$target")
     [ -f "$folder/dictionaries/$target.dict" ] &&
         arguments=(-dict="$folder/dictionaries/$target.dict" "${arguments[@]}")
     before=$(find "$findings" -name "$target-*" | sort)
@@ -48,7 +48,7 @@ fuzz() { # TARGET SECONDS
     local found
     found=$(comm -13 <(echo "$before") <(echo "$after"))
     if [ -n "$found" ]; then
-        echo "fuzz: found; replay with: $root/build-fuzz/bin/fuzz_$target" $found
+        echo "fuzz: found; replay with: $root/build-fuzz/bin/fuzz_$target ${found//$'\n'/ }"
         return 1
     fi
     [ "$status" -eq 0 ] || return "$status"

@@ -20,6 +20,9 @@ namespace fuzz {
 // Checks that are too slow for every input: always when a corpus is replayed, now and then while
 // fuzzing.
 bool deep_check_is_due();
+// The same for calls that an input may ask for and for which there is a faster stand-in. The first
+// input of a process that asks for them gets them.
+bool real_call_is_due();
 void always_check_deeply();
 
 // Everything may be taken from an empty input too: numbers are then 0.

@@ -73,7 +73,7 @@ void SnapshotRig::begin(uint8_t control) {
     config_.shield_price_check = (control & 8) != 0;
     CCommonLog::m_logLevel.store(kLogMasks[(control >> 4) & 3], std::memory_order_relaxed);
     enabled_.mask = (control & 64) != 0 ? 0x0F : MASK_SHFE_2PS | MASK_INE_2PS;
-    real_left_ = (control & 128) != 0 ? kRealCalls : 0;
+    real_left_ = (control & 128) != 0 && real_call_is_due() ? kRealCalls : 0;
     core_->shfe_cnt_80_flag = core_->ine_cnt_80_flag = true;
     core_->shfe_cnt_flag = core_->ine_cnt_flag = true;
 }

@@ -30,7 +30,8 @@ public:
 
     // First byte of every input: bit 0 recovery, 1 options not handled, 2 a list of instruments
     // instead of all, 3 failing books are kept, 4 and 5 both: everything is logged, 6 all four
-    // feeds instead of two, 7 the first few cleans and price checks are the real ones.
+    // feeds instead of two, 7 the first few cleans and price checks are the real ones, in
+    // a replay always, while fuzzing now and then.
     void begin(uint8_t control);
     // What the worker does with a received frame; sizes that are never received are ignored.
     void frame(std::span<const uint8_t> bytes);
