@@ -12,10 +12,12 @@ vorn_packages=(
     "libssl-dev:checksums of captures"
     "libgtest-dev:tests"
     "libgmock-dev:tests"
+    "libncurses-dev:screen of vorn top"
     "python3:reports and tests"
     "python3-numpy:the bus from Python"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
+    "tmux:tests of vorn top in a terminal"
     "python3:the model of the feed that the tests hold it against"
 )
 vorn_lab_packages=(

@@ -160,6 +160,7 @@ int run(int argc, const char* const* argv) {
     add_sim(app, globals);
     add_record(app, globals);
     add_publish(app, globals);
+    add_top(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_info(app, globals);

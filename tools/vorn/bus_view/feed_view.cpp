@@ -104,7 +104,7 @@ bool FeedView::open(FeedListener* listener, uint64_t now_ns) {
     }
     FeedEvent event;
     event.kind = FeedEventKind::kOpened;
-    event.time_ns = to_realtime(now_ns);
+    event.time_ns = header.clock_realtime_ns;
     event.count = header.generation;
     note(event, listener);
     return true;
@@ -126,7 +126,6 @@ void FeedView::close(const std::string& problem) {
 void FeedView::read_ring(FeedListener* listener, uint64_t now_ns) {
     vorn_bus::RingRecord record;
     const uint64_t end = reader_->ring_head();
-    bool first = status_.ring_head == 0;
     while (cursor_->position() < end && cursor_->next(record)) {
         const uint64_t time_ns = std::min(record.receive_time_ns, now_ns);
         if (const uint64_t lost = cursor_->lost() - status_.ring_lost; lost > 0) {
@@ -136,13 +135,12 @@ void FeedView::read_ring(FeedListener* listener, uint64_t now_ns) {
                 listener->on_lost(lost);
             }
         }
-        if (first) {
-            window_.begin_at(time_ns);
-            first = false;
-        }
         if ((record.flags & vorn_bus::kFlagEvent) != 0) {
             note_event(record.event, listener);
             continue;
+        }
+        if (last_update_ns_ == 0) {
+            window_.begin_at(time_ns);
         }
         window_.add(record.slot, time_ns);
         last_update_ns_ = std::max(last_update_ns_, time_ns);

@@ -48,7 +48,8 @@ enum class FeedEventKind : uint8_t {
     kRound,    // feed; count: instrument numbers of its exchange
     kOverflow, // count: overflows so far
     // What is seen of the writer.
-    kOpened,  // a bus was opened, the first or that of a new writer; count: its generation
+    kOpened,  // a bus was opened, the first or that of a new writer; count: its generation; the time
+              // is that of the writer's beginning
     kDead,    // the writer has died
     kClosed,  // the writer has ended in order
     kRevived, // a writer that was taken for dead beats again
@@ -84,7 +85,7 @@ struct FeedStatus {
     uint64_t generation = 0;
     uint64_t heartbeat_age_ns = 0;
 
-    // Over the last window_ns, or since there is something to count. Zero unless the writer lives.
+    // Over the last window_ns, or since the first update. Zero unless the writer lives.
     double updates_per_s = 0; // update records on the bus
     double frames_per_s = 0;  // decode buffers, by the counters
 
