@@ -190,7 +190,7 @@ std::string event_text(const FeedEvent& event) {
     case FeedEventKind::kPhase:
         return "phase " + spaced(feed_phase_name(event.phase));
     case FeedEventKind::kGap:
-        return fmt::format("gap {}: {} came for {}", event.inst_id, event.received, event.expected);
+        return fmt::format("gap {}: {} for {}", event.inst_id, event.received, event.expected);
     case FeedEventKind::kRestart:
         return "restart " + grouped(event.count);
     case FeedEventKind::kRound:
