@@ -311,6 +311,8 @@ TEST_F(FeedViewOfABus, LappedRecordsAreCountedAsLostAndInTheRate) {
     EXPECT_EQ(view.status().ring_laps, 1u);
     EXPECT_EQ(view.status().ring_lost, 3000u - 512u) << "goes on in the middle of the ring";
     EXPECT_EQ(view.updates_in_window(4), 513u);
+    // All of them within one step of the window, a tenth of 600 s.
+    EXPECT_NEAR(view.status().updates_per_s, 3001.0 / 60, 0.01) << "the lost ones included";
     EXPECT_NEAR(view.busiest(1).at(0).updates_per_s, view.status().updates_per_s,
                 view.status().updates_per_s * 0.001)
         << "what is lost belongs to whoever was read";
