@@ -180,6 +180,12 @@ TEST_F(TopScreen, WaitsForABusThatIsNotThere) {
     terminal.expect_text("STOPPED");
 }
 
+TEST_F(TopScreen, TerminalThatIsNotKnownIsNamed) {
+    TmuxTerminal terminal(120, 24, "export TERM=no-such\n" + script_of("--bus " + bus_.name()));
+    terminal.expect_text("vorn top: the terminal 'no-such' is not known here: set TERM");
+    terminal.expect_text("status=1");
+}
+
 TEST_F(TopScreen, IsAsciiWithoutAUnicodeLocale) {
     std::string script = script_of("--bus " + bus_.name());
     script.replace(script.find("C.UTF-8"), 7, "C");

@@ -48,10 +48,10 @@ enum class FeedEventKind : uint8_t {
     kRound,    // feed; count: instrument numbers of its exchange
     kOverflow, // count: overflows so far
     // What is seen of the writer.
-    kOpened,  // a bus was opened, the first or that of a new writer; count: its generation; the time
-              // is that of the writer's beginning
-    kDead,    // the writer has died
-    kClosed,  // the writer has ended in order
+    kOpened, // a bus was opened, the first or that of a new writer; count: its generation; the time
+             // is that of the writer's beginning
+    kDead,   // the writer has died
+    kClosed, // the writer has ended in order
     kRevived, // a writer that was taken for dead beats again
 };
 const char* feed_event_name(FeedEventKind kind); // "phase", "gap", ...

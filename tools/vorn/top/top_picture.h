@@ -5,9 +5,6 @@
 #include "tools/vorn/top/screen.h"
 #include "tools/vorn/top/top_model.h"
 
-#include <cstdint>
-#include <string>
-
 namespace vorn_cli {
 
 struct PictureOptions {
@@ -20,12 +17,5 @@ inline constexpr int kLeastWidth = 24;
 inline constexpr int kLeastHeight = 6;
 
 Screen draw_top(const TopModel& model, int width, int height, const PictureOptions& options);
-
-// "3 ms", "1.5 s", "2:05", "1:02:05"
-std::string duration_text(uint64_t ns);
-// "16:58:02", local time; "-" for 0.
-std::string clock_text(uint64_t epoch_ns);
-// "0.2", "51", "5,120", "1.2 M"
-std::string rate_text(double per_second);
 
 } // namespace vorn_cli
