@@ -10,6 +10,8 @@ vorn_packages=(
     "libfmt-dev:text output of the tools"
     "nlohmann-json3-dev:JSON output of the tools"
     "libssl-dev:checksums of captures"
+    "libcpp-httplib-dev:the page of a running feed"
+    "prometheus-cpp-dev:metrics of a running feed"
     "libgtest-dev:tests"
     "libgmock-dev:tests"
     "libncurses-dev:screen of vorn top"

@@ -161,6 +161,7 @@ int run(int argc, const char* const* argv) {
     add_record(app, globals);
     add_publish(app, globals);
     add_top(app, globals);
+    add_serve(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_info(app, globals);

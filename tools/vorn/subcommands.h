@@ -14,6 +14,7 @@ void add_sim(CLI::App& app, Globals& globals);
 void add_record(CLI::App& app, Globals& globals);
 void add_publish(CLI::App& app, Globals& globals);
 void add_top(CLI::App& app, Globals& globals);
+void add_serve(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
 void add_info(CLI::App& app, Globals& globals);
