@@ -41,8 +41,8 @@ BoundedStream::BoundedStream(int socket, const ConnectionBounds& bounds,
 bool BoundedStream::wait_for(short events, Clock::time_point deadline) const {
     pollfd waiting{socket_, events, 0};
     while (!stopping_) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        // Rounded up, so that the deadline has passed when nothing is left.
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         const auto wait = std::clamp(left, std::chrono::milliseconds(0), kGlance);
         const int ready = ::poll(&waiting, 1, static_cast<int>(wait.count()));
         if (ready > 0) {
