@@ -101,3 +101,5 @@ csv=$(find "$run" -name 'exanic_md_*.csv' -print -quit)
 echo
 "$bin/session_report" --device "$device" --csv "$csv" \
     --seconds "$(awk -v a="$started" -v b="$ended" 'BEGIN { printf "%.3f", b - a }')"
+echo
+echo "See such a session live, on a page: ./dev show"

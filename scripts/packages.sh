@@ -31,6 +31,10 @@ vorn_clang_packages=(
     "libclang-rt-14-dev:libFuzzer, sanitizers and profiles for it"
     "llvm-14:coverage reports, and names in a finding's stack"
 )
+vorn_page_test_packages=(
+    "chromium:tests of the page in a browser"
+    "prometheus:tests of metrics and alerts"
+)
 vorn_lint_packages=(
     "clang-format-14:formatter"
     "clang-tidy-14:linter"
@@ -77,4 +81,11 @@ vorn_install_packages() {
         return 1
     fi
     rm -f "$log"
+}
+
+# Node and npm build the page. Any that are there will do; Debian's otherwise.
+vorn_install_node() {
+    if ! command -v node > /dev/null || ! command -v npm > /dev/null; then
+        vorn_install_packages "nodejs:builds the page" "npm:builds the page"
+    fi
 }
