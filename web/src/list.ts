@@ -99,7 +99,7 @@ export class InstrumentList {
         setText(line.name, row.inst_id);
         setText(line.last, last === 0 ? "–" : price(last, decimals));
         setText(line.volume, short(row.volume));
-        line.heat.style.transform = `scaleX(${Math.sqrt(heat).toFixed(3)})`;
+        line.heat.style.transform = `scaleX(${heat.toFixed(3)})`;
     }
 
     private mark(): void {

@@ -13,9 +13,9 @@ export function later(milliseconds) {
 }
 
 export class LiveFeed {
-    static async start({ rate, faults = "", instruments = 60 }) {
+    static async start({ rate, faults = "", instruments = 60, bus = `page-test-${process.pid}` }) {
         const feed = new LiveFeed();
-        feed.bus = `page-test-${process.pid}`;
+        feed.bus = bus;
         feed.folder = mkdtempSync(join(tmpdir(), "vorn-page-"));
         const device =
             `sim:seed=7&instruments=${instruments}&changes=0&seconds=3600&rate=${rate}&speed=1` +

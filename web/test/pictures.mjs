@@ -3,7 +3,7 @@ import { LiveFeed, later, openBrowser } from "./feed.mjs";
 
 const SECONDS = 75; // so that the charts have something to show
 const feed = await LiveFeed.start({
-    rate: 3000, instruments: 400, faults: "gap@18+gap@40+overflow@52:40",
+    bus: "picture", rate: 3000, instruments: 400, faults: "gap@18+gap@40+overflow@52:40",
 });
 const browser = await openBrowser();
 try {
