@@ -70,6 +70,7 @@ log_level = 7
 END
 
 feed='' page=''
+# shellcheck disable=SC2317 # called by the trap
 end() {
     trap '' INT TERM
     [ -z "$page" ] || kill -TERM "$page" 2> /dev/null || true
