@@ -19,7 +19,7 @@ import sys
 from pictures import bars, curve
 
 PROGRAMS = ["live_path", "latency", "cache", "snapshot", "checksum", "hand_over", "csv_row",
-            "log_line", "hot_path", "growth", "start_up", "bus"]
+            "log_line", "hot_path", "growth", "start_up", "bus", "pages"]
 FLAVOURS = ["", "_native"]
 
 
@@ -119,7 +119,7 @@ def write_report(directory, lines, goals, figures, runs):
              "|" + " --- |" * len(rows[0])]
     text += ["| " + " | ".join(row) + " |" for row in rows[1:]]
     text += [""]
-    for question in ("G1", "G4", "G5", "G6", "G7", "G8", "G9", "G11"):
+    for question in ("G1", "G4", "G5", "G6", "G7", "G8", "G9", "G11", "G13", "G14"):
         points = [f for f in figures if f["id"] == question and f["flavour"] == "x86-64"]
         if points:
             (directory / f"{question}.svg").write_text(bars(question, points))

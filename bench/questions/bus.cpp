@@ -1,23 +1,20 @@
-// G13: what a reader of the bus costs the callback that publishes. Each call is fenced and timed
-// alone, at the rate of a busy market; beside it no reader, one that was stopped in the middle of
-// following, and one that follows on another CPU.
+// G13: what a reader of the bus costs the callback that publishes; beside it no reader, one that
+// was stopped in the middle of following, and one that follows on another CPU.
 
 #include "bench/harness/contest.h"
+#include "bench/harness/publish_times.h"
 #include "bench/harness/report.h"
 
 #include "bus/bus_reader.h"
 #include "bus/bus_writer.h"
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <sched.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-#include <x86intrin.h>
 
 namespace {
 
@@ -29,24 +26,6 @@ constexpr double kNsApart = 2000;
 constexpr int kRounds = 11;
 enum Reader { kNone, kStopped, kFollowing, kReaders };
 constexpr const char* kNames[] = {"no reader", "stopped reader", "following reader"};
-
-uint64_t fenced_now() {
-    _mm_lfence();
-    const uint64_t now = __rdtsc();
-    _mm_lfence();
-    return now;
-}
-
-double ticks_per_ns() {
-    const auto begin = std::chrono::steady_clock::now();
-    const uint64_t first = fenced_now();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(50)) {
-    }
-    const uint64_t last = fenced_now();
-    const std::chrono::duration<double, std::nano> elapsed =
-        std::chrono::steady_clock::now() - begin;
-    return static_cast<double>(last - first) / elapsed.count();
-}
 
 // A process that follows the bus, off the writer's CPU where there is another.
 class ReaderProcess {
@@ -100,24 +79,6 @@ private:
     pid_t pid_;
 };
 
-std::vector<double> measure(vorn_bus::BusWriter& writer, double scale) {
-    std::vector<double> times(kUpdates);
-    instrument record{};
-    record.inst_id[0] = 'x';
-    const uint64_t begin = fenced_now();
-    for (uint32_t n = 0; n < kUpdates; ++n) {
-        const auto due = begin + static_cast<uint64_t>(n * kNsApart * scale);
-        while (fenced_now() < due) {
-        }
-        record.change_no = n;
-        const uint64_t before = fenced_now();
-        writer.publish(record, n % kInstruments);
-        times[n] = static_cast<double>(fenced_now() - before) / scale;
-    }
-    std::sort(times.begin(), times.end());
-    return times;
-}
-
 } // namespace
 
 int main() {
@@ -141,10 +102,10 @@ int main() {
             for (const Reader reader : {kNone, kStopped, kFollowing}) {
                 std::vector<double> times;
                 if (reader == kNone) {
-                    times = measure(writer, scale);
+                    times = publish_times(writer, scale, kUpdates, kNsApart, kInstruments);
                 } else {
                     const ReaderProcess process(name, cpus, reader == kStopped);
-                    times = measure(writer, scale);
+                    times = publish_times(writer, scale, kUpdates, kNsApart, kInstruments);
                 }
                 p99[reader] = quantile(times, 0.99);
                 if (round >= 0) {
