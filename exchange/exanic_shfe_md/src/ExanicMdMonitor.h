@@ -63,7 +63,13 @@ typedef struct vorn_md_gap_t {
  * A snapshot of the counters. Each one is whole; two that change together may be one apart. Every
  * frame of the decode port that is applied or refused counts in frames and then in one of updates,
  * stale, unsubscribed, options_skipped, restored_books, gaps and refused; a cached frame counts in
- * the latter when it is replayed.
+ * the latter when it is replayed, or else in cache_dropped. So at any moment
+ *
+ *     frames = updates + stale + unsubscribed + options_skipped + restored_books + gaps + refused
+ *              + cache_dropped + (cached - replayed - cache_dropped)
+ *
+ * where the bracket is what the cache holds: 0 in phase LIVE. On the snapshot channel
+ * snapshot_frames is the sum of snapshot_fate once the snapshot's threads have ended.
  */
 typedef struct vorn_md_counters_t {
     uint32_t size;    /*   0: bytes of this record that are filled in */
@@ -94,7 +100,7 @@ typedef struct vorn_md_counters_t {
     uint64_t abnormal_lengths; /* 192: other lengths that no decode buffer has */
     uint64_t cached;           /* 200: put into the cache */
     uint64_t replayed;         /* 208: taken out of it */
-    uint64_t cache_dropped;    /* 216: lost because the cache was full */
+    uint64_t cache_dropped;    /* 216: lost: the cache was full, or a gap ended the replay */
 
     /* Snapshot channel. */
     uint64_t snapshot_frames;                   /* 224: of a usable length */

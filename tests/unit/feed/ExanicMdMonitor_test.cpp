@@ -243,6 +243,28 @@ TEST(MonitorCounters, FollowFramesThroughRestarts) {
     EXPECT_LE(c.last_gap.time_ns, now_ns());
 }
 
+// What stood behind a gap in the cache is neither replayed nor there any more.
+TEST(MonitorCounters, CountWhatAGapLeavesInTheCacheAsDropped) {
+    for (const char* const recovery : {"enabled", "off"}) {
+        FeedFixture feed;
+        feed.config = shfe_config(feed.cpu(), std::string("recovery = ") + recovery + "\n");
+        feed.cycles = {
+            {{shfe_stamp(8), shfe_stamp(11), shfe_stamp(12), shfe_stamp(13)},
+             snapshot_frames(kShfe, {rebar()}),
+             {}},
+            {{shfe_stamp(8)}, snapshot_frames(kShfe, {rebar()}, 1), {{}, shfe_stamp(9)}}};
+        EXPECT_EQ(feed.run(), 0);
+        const vorn_md_counters_t c = counters();
+        EXPECT_EQ(c.gaps, 1U) << recovery;
+        // The replay takes a new frame in for each one that it takes out; here none comes.
+        EXPECT_EQ(c.cached, 5U);
+        EXPECT_EQ(c.replayed, 3U);
+        EXPECT_EQ(c.cache_dropped, 2U);
+        EXPECT_EQ(c.updates, 3U);
+        EXPECT_EQ(c.frames, c.updates + c.gaps + c.cache_dropped);
+    }
+}
+
 TEST(MonitorCounters, BeginAgainWithEveryRun) {
     for (int run = 0; run < 2; ++run) {
         FeedFixture feed;

@@ -81,10 +81,7 @@ void CExanicUdpFunc::CachePacket() {
     // Tested with the largest entry, not with this one.
     if (cache.piOffset + MAX_ENTRY_SIZE > CACHE_BUF_SIZE) {
         MD_LOG(LOG_WARNING, "too many packet to cache, clear %d", cache.cachedCount);
-        g_mdMonitor.caller.cacheDropped.Add(static_cast<uint64_t>(cache.cachedCount));
-        cache.piOffset = 0;
-        cache.ciOffset = 0;
-        cache.cachedCount = 0;
+        _DropCached();
     }
     MD_LOG(LOG_DEBUG_EX, "cache decode buffer offset: %d, count: %d", cache.piOffset,
            cache.cachedCount);
@@ -128,16 +125,21 @@ int32_t CExanicUdpFunc::ProcessCached() {
 
 void CExanicUdpFunc::ForgetCached() {
     if (m_refConfigData.recovery) {
-        m_cachedDecode.piOffset = 0;
-        m_cachedDecode.ciOffset = 0;
-        m_cachedDecode.cachedCount = 0;
+        _DropCached();
     }
 }
 
-void CExanicUdpFunc::ClearCache() {
+void CExanicUdpFunc::_DropCached() {
+    if (m_cachedDecode.cachedCount > 0) {
+        g_mdMonitor.caller.cacheDropped.Add(static_cast<uint64_t>(m_cachedDecode.cachedCount));
+    }
     m_cachedDecode.piOffset = 0;
     m_cachedDecode.ciOffset = 0;
     m_cachedDecode.cachedCount = 0;
+}
+
+void CExanicUdpFunc::ClearCache() {
+    _DropCached();
     memset(m_cachedDecode.pCacheBuf, 0, CACHE_BUF_SIZE);
     MD_LOG(LOG_INFO, "decode buffer cleared");
 }

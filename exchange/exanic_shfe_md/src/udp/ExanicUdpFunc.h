@@ -45,6 +45,9 @@ public:
     int32_t UdpRecv();
 
 private:
+    // Makes the cache empty, whatever its memory holds; what was in it counts as dropped.
+    void _DropCached();
+
     // Scaling of one instrument, in locals so that stores to its record cannot force reloads.
     struct PriceScale {
         double priceTick;
