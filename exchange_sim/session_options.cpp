@@ -162,6 +162,8 @@ constexpr Key kKeys[] = {
      [](Options& o, Text t) { return assign_milliseconds(o.round_interval_ns, t); }},
     {"round_ms", "0", "length of a round, 0 for a hundredth of the session",
      [](Options& o, Text t) { return assign_milliseconds(o.round_length_ns, t); }},
+    {"message_instruments", "0", "instruments in each message of a round, up to 64; 0 for a mix",
+     [](Options& o, Text t) { return assign_whole(o.message_instruments, t, 0, 64); }},
     {"date", "20260115", "day of the session, yyyymmdd",
      [](Options& o, Text t) { return assign(o.date, parse_date(t)); }},
     {"start", "09:00:00", "time of day at which it starts, at the exchange (UTC+8)",

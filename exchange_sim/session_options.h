@@ -48,6 +48,9 @@ struct SessionOptions {
     uint64_t first_round_ns = 0;
     uint64_t round_interval_ns = 0; // from start to start
     uint64_t round_length_ns = 0;
+    // Of how many instruments a message of a round is: the mix described in snapshot_publisher.h
+    // when 0. The first message of a round is short whatever this says.
+    uint32_t message_instruments = 0;
 
     // The session's day and the time of day at which it starts, at the exchange (UTC+8).
     uint32_t date = 20260115;      // yyyymmdd

@@ -87,7 +87,8 @@ void SnapshotPublisher::begin_round() {
 
 void SnapshotPublisher::send_dictionary() {
     // Messages of one entry up to several kilobytes.
-    const uint32_t count = rng_.chance(60) ? 25 + rng_.below(40) : 1 + rng_.below(20);
+    const uint32_t mixed = rng_.chance(60) ? 25 + rng_.below(40) : 1 + rng_.below(20);
+    const uint32_t count = options_.message_instruments != 0 ? options_.message_instruments : mixed;
     const std::size_t end = std::min<std::size_t>(members_.size(), dictionary_done_ + count);
     message_.restart(wirekit::kFlagMore, ++request_id_);
     while (dictionary_done_ < end) {
@@ -97,7 +98,8 @@ void SnapshotPublisher::send_dictionary() {
 }
 
 void SnapshotPublisher::send_books() {
-    const uint32_t count = rng_.chance(60) ? 9 + rng_.below(24) : 1 + rng_.below(8);
+    const uint32_t mixed = rng_.chance(60) ? 9 + rng_.below(24) : 1 + rng_.below(8);
+    const uint32_t count = options_.message_instruments != 0 ? options_.message_instruments : mixed;
     const std::size_t end = std::min<std::size_t>(members_.size(), books_done_ + count);
     const bool last = end == members_.size();
     message_.restart(last ? wirekit::kFlagLast : wirekit::kFlagMore, ++request_id_);

@@ -14,6 +14,7 @@
 //   change number. Its price levels are consecutive, best first, at most five a side; a field of
 //   another kind stands between those of two instruments, which tells receivers to start a new
 //   book.
+// Messages are of one instrument up to several dozen, unless the options give them all one size.
 // A round takes its time while the market goes on: each instrument is as of its own change number.
 
 #include "exchange_sim/market.h"

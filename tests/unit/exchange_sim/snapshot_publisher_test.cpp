@@ -4,7 +4,9 @@
 #include "test_consumer.h"
 #include "wire_reader.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace exchange_sim {
 namespace {
@@ -69,6 +71,32 @@ TEST(SnapshotPublisher, RoundsBeginAndEndAsReceiversExpect) {
                 EXPECT_EQ(message.bytes[1], 0x32);
             }
         }
+    }
+}
+
+TEST(SnapshotPublisher, MessagesAreOfAsManyInstrumentsAsAsked) {
+    SessionOptions options = small_session();
+    options.message_instruments = 7;
+    std::map<std::size_t, int> sizes; // messages by the number of their instruments
+    for (const StreamReader& stream : read_streams(options)) {
+        for (const auto& round : testing::rounds_of(stream)) {
+            for (std::size_t i = 1; i < round.size(); ++i) {
+                const auto fields = mdqp_fields(round[i].bytes);
+                const auto instruments =
+                    std::count_if(fields.begin(), fields.end(), [](const MdqpField& field) {
+                        return field.id == 0x0101 || field.id == 0x0102;
+                    });
+                ++sizes[static_cast<std::size_t>(instruments)];
+            }
+        }
+    }
+    EXPECT_EQ(sizes.rbegin()->first, 7u);
+    EXPECT_EQ(sizes.count(0), 0u);
+    // The last message of the dictionary and of the books is of what is left.
+    const int whole = sizes[7];
+    sizes.erase(7);
+    for (const auto& [size, count] : sizes) {
+        EXPECT_LT(count * 5, whole) << size;
     }
 }
 
