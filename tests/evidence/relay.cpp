@@ -3,7 +3,7 @@
 // the n-th of them follows from the seed and n alone; when it comes, and what TCP then does, does
 // not.
 //
-//     relay IF IF --seed N --port N --drop P --delay P --duplicate P --flip P
+//     relay IF IF --seed N --port N --drop P --delay P --duplicate P --flip P --until N
 //
 // P are in 1/10000 of the frames. A delayed frame comes behind one to four others of its kind, or
 // after 20 ms if no others come; a flip is of one bit behind the Ethernet header. One line of JSON
@@ -48,6 +48,7 @@ struct Faults {
     uint64_t delay = 0;
     uint64_t duplicate = 0;
     uint64_t flip = 0;
+    uint64_t until = UINT64_MAX;
 };
 
 struct Counts {
@@ -124,7 +125,7 @@ public:
         ssize_t size = 0;
         while ((size = ::recv(from_, buffer.data(), buffer.size(), 0)) > 0) {
             Frame frame(buffer.begin(), buffer.begin() + size);
-            if (carries_snapshot(frame, faults_.port)) {
+            if (carries_snapshot(frame, faults_.port) && ++counts_.snapshot <= faults_.until) {
                 pass_spoilt(std::move(frame));
             } else {
                 send(frame);
@@ -147,7 +148,7 @@ private:
     };
 
     void pass_spoilt(Frame frame) {
-        const uint64_t number = ++counts_.snapshot;
+        const uint64_t number = counts_.snapshot;
         Chance chance(faults_.seed, number);
         const bool duplicate = chance.one_of(faults_.duplicate);
         if (chance.one_of(faults_.flip)) {
@@ -204,9 +205,10 @@ bool parse(int argc, char** argv, Faults& faults) {
     const struct {
         const char* name;
         uint64_t* value;
-    } options[] = {{"--seed", &faults.seed}, {"--port", &faults.port},
-                   {"--drop", &faults.drop}, {"--delay", &faults.delay},
-                   {"--flip", &faults.flip}, {"--duplicate", &faults.duplicate}};
+    } options[] = {{"--seed", &faults.seed},  {"--port", &faults.port},
+                   {"--drop", &faults.drop},  {"--delay", &faults.delay},
+                   {"--flip", &faults.flip},  {"--duplicate", &faults.duplicate},
+                   {"--until", &faults.until}};
     for (int i = 3; i < argc; i += 2) {
         const auto* option =
             std::find_if(std::begin(options), std::end(options),
@@ -227,7 +229,7 @@ int main(int argc, char** argv) {
     Faults faults;
     if (!parse(argc, argv, faults)) {
         std::fprintf(stderr, "usage: relay IF IF [--seed N] [--port N] [--drop P] [--delay P] "
-                             "[--duplicate P] [--flip P], P in 1/10000\n");
+                             "[--duplicate P] [--flip P] [--until N], P in 1/10000\n");
         return 2;
     }
     const int ends[2] = {open_interface(argv[1]), open_interface(argv[2])};
