@@ -27,10 +27,10 @@ ssize_t PacedCard::receive(Reader& reader, char* buffer, std::size_t size, uint3
     std::unique_lock lock(mutex_);
     const Switches switches = registers().switches();
     take_in_arrivals(switches);
-    const ssize_t result = tell_lapped(reader)
-                               ? kStatusLapped
-                               : ring(reader.port).read(reader.position, buffer, size, timestamp,
-                                                        &reader.timestamp_ns);
+    const ssize_t result = tell_lapped(reader) ? kStatusLapped
+                                               : ring(reader.port)
+                                                     .read(reader.position, buffer, size, timestamp,
+                                                           &reader.timestamp_ns);
     read_to_[static_cast<std::size_t>(reader.port)] = reader.position;
     if (result == 0 && (switches.raw || switches.decode) && everything_read(switches) &&
         end_is_due()) {
