@@ -321,6 +321,32 @@ TEST_F(UdpCheckTest, ABadBookUndoesTheWholeMessage) {
     EXPECT_THAT(outcome.stores, ElementsAre(RegisterStore{kSnapTimeWord, kTime}));
 }
 
+// What is kept for each change has room for 16 of them.
+TEST_F(UdpCheckTest, AnyNumberOfChangesIsUndone) {
+    for (const int changes : {1, 2, 15, 16, 17, 18, 31, 32, 33, 48, 120}) {
+        SCOPED_TRACE(changes);
+        subscribe(kSlot, "cu2609");
+        instrument expected = record();
+        expected.type = EXCHANGE_TYPE_SHFE;
+        wirekit::DecodeBufferBuilder bytes = message();
+        for (int i = 1; i < changes; ++i) {
+            const Side side = i % 3 == 0 ? Side::kBid : Side::kAsk;
+            const uint32_t volume = static_cast<uint32_t>(i) + 1;
+            const auto level = static_cast<uint8_t>(i * 7 % 10 + 1);
+            if (i % 4 == 0) {
+                bytes.insert(side, level, 200 + i, volume);
+            } else if (i % 4 == 1) {
+                bytes.erase(side, level);
+            } else {
+                bytes.update(side, level, 300 + i, volume);
+            }
+        }
+        bytes.update(Side::kBid, 1, 100'000, 5).update(Side::kBid, 2, 200'000, 5);
+        EXPECT_EQ(parse(bytes).result, RET_OK);
+        EXPECT_TRUE(same_record(expected, record()));
+    }
+}
+
 TEST_F(UdpCheckTest, UndoingKeepsTheExchange) {
     subscribe(LAST_SLOT - kNumber, "sc2609");
     instrument expected = record(LAST_SLOT - kNumber);

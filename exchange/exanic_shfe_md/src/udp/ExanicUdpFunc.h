@@ -3,7 +3,7 @@
 
 #include "ExanicMdTypes.h"
 #include "config/ConfigParse.h"
-#include "udp/BookSide.h"
+#include "udp/BookChanges.h"
 #include "udp/MirpRecords.h"
 
 #include <exanic/fifo_rx.h>
@@ -64,8 +64,9 @@ private:
     // Applies one decode buffer of `len` bytes; results as UdpRecv.
     int32_t _ParseMirp(char* packet, uint32_t len);
 
-    // What one message has changed of a record, so that it can be taken back.
+    // What one message has changed of a record, and what it takes to take it back.
     struct Changes;
+    struct Undo;
 
     // Slot of the instrument, or -1 when the message goes no further, with its result in `result`.
     int32_t _SelectSlot(const MirpHeader& header, uint16_t& exchangeType, int32_t& result);
@@ -74,6 +75,7 @@ private:
                              uint32_t remaining);
     static void _ApplyPriceChange(Changes& changes, const PriceChangeField& change, double price);
     static bool _BookIsSane(const instrument& record);
+    static bool _LevelsAreSane(const instrument& record);
 
     const ExanicMdConfigData& m_refConfigData;
     volatile uint32_t* m_pRegisters = nullptr;

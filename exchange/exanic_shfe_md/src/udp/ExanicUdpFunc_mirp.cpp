@@ -21,20 +21,32 @@ constexpr uint32_t INE_MAX_INST_NO = INE_MAX_INST_CNT - 1;
 
 constexpr size_t OPTION_CODE_INDEX = 6; // an identifier with a seventh character is an option's
 
+// Field by field: copied as a whole, the header would take the way through the stack.
+MirpHeader ReadHeader(const char* packet) {
+    constexpr size_t INCRE = offsetof(MirpHeader, incre);
+    MirpHeader header;
+    header.decode.topicID = ReadRecord<uint16_t>(packet + offsetof(DecodeHeader, topicID));
+    header.decode.snapMillisec =
+        ReadRecord<uint16_t>(packet + offsetof(DecodeHeader, snapMillisec));
+    header.decode.snapTime = ReadRecord<uint32_t>(packet + offsetof(DecodeHeader, snapTime));
+    header.decode.packetNo = ReadRecord<int32_t>(packet + offsetof(DecodeHeader, packetNo));
+    header.incre.fieldID =
+        ReadRecord<FieldIDType>(packet + INCRE + offsetof(MarketDataIncreField, fieldID));
+    header.incre.instrumentNo =
+        ReadRecord<uint32_t>(packet + INCRE + offsetof(MarketDataIncreField, instrumentNo));
+    header.incre.changeNo =
+        ReadRecord<uint32_t>(packet + INCRE + offsetof(MarketDataIncreField, changeNo));
+    header.incre.reserved = 0;
+    return header;
+}
+
 } // namespace
 
-// Old values are kept group by group, when a group is first changed: a message changes few of them.
-struct CExanicUdpFunc::Changes {
+// What a message overwrites, group by group: a message changes few of them.
+struct CExanicUdpFunc::Undo {
     enum Group : uint32_t { DEAL = 1, BID_TOTALS = 2, ASK_TOTALS = 4, HIGHEST = 8, LOWEST = 16 };
 
-    instrument& record;
-    BookSide bid;
-    BookSide ask;
-    uint32_t kept = 0; // Group bits
-
-    uint32_t changeNo;
-    uint32_t updateTime;
-    uint16_t updateMilliSec;
+    BookUndo book;
     uint32_t volume;
     double lastPx;
     double turnover;
@@ -46,47 +58,56 @@ struct CExanicUdpFunc::Changes {
     double highestPrice;
     double lowestPrice;
 
-    explicit Changes(instrument& changed)
-        : record(changed), bid(changed.bid_px, changed.bid_vol),
-          ask(changed.ask_px, changed.ask_vol), changeNo(changed.change_no),
-          updateTime(changed.update_time), updateMilliSec(changed.update_milli_sec) {}
+    // Nothing is kept yet, so nothing is set.
+    Undo() {} // NOLINT
 
-    // Whether the group is to be kept now.
-    bool First(Group group) {
-        const bool first = (kept & group) == 0;
-        kept |= group;
-        return first;
-    }
-    void Restore();
+    // Puts back the groups (Group bits) that were kept.
+    void Restore(instrument& record, uint32_t groups) const __attribute__((cold, noinline));
 };
 
-void CExanicUdpFunc::Changes::Restore() {
-    record.change_no = changeNo;
-    record.update_time = updateTime;
-    record.update_milli_sec = updateMilliSec;
-    if ((kept & DEAL) != 0) {
+void CExanicUdpFunc::Undo::Restore(instrument& record, uint32_t groups) const {
+    if ((groups & DEAL) != 0) {
         record.last_px = lastPx;
         record.volume = volume;
         record.turnover = turnover;
         record.open_interest = openInterest;
     }
-    if ((kept & BID_TOTALS) != 0) {
+    if ((groups & BID_TOTALS) != 0) {
         record.bid_totvol = bidTotvol;
         record.bid_totamount = bidTotamount;
     }
-    if ((kept & ASK_TOTALS) != 0) {
+    if ((groups & ASK_TOTALS) != 0) {
         record.ask_totvol = askTotvol;
         record.ask_totamount = askTotamount;
     }
-    if ((kept & HIGHEST) != 0) {
+    if ((groups & HIGHEST) != 0) {
         record.highest_price = highestPrice;
     }
-    if ((kept & LOWEST) != 0) {
+    if ((groups & LOWEST) != 0) {
         record.lowest_price = lowestPrice;
     }
-    bid.Restore();
-    ask.Restore();
 }
+
+// One message being applied. Its counts stay in registers, because `undo` lies apart.
+struct CExanicUdpFunc::Changes {
+    instrument& record;
+    Undo& undo;
+    BookChanges book;
+    uint32_t kept = 0; // Undo::Group bits
+
+    Changes(instrument& changed, Undo& old) : record(changed), undo(old), book(changed, old.book) {}
+
+    // Whether the group is to be kept now, before its first change.
+    bool First(Undo::Group group) {
+        const bool first = (kept & group) == 0;
+        kept |= group;
+        return first;
+    }
+    void Restore() {
+        undo.Restore(record, kept);
+        book.Restore();
+    }
+};
 
 int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
     if (len < sizeof(MirpHeader)) {
@@ -94,7 +115,7 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
         g_mdMonitor.caller.refused.Add();
         return RET_FAILED;
     }
-    const auto header = ReadRecord<MirpHeader>(packet);
+    const MirpHeader header = ReadHeader(packet);
     const DecodeHeader& decode = header.decode;
     const MarketDataIncreField& incre = header.incre;
     MD_LOG(LOG_DEBUG_EX, "topicID: 0x%x, snapMillisec: %u, snapTime: %u, packetNo: %u",
@@ -140,21 +161,22 @@ int32_t CExanicUdpFunc::_ParseMirp(char* packet, uint32_t len) {
         return RET_FAILED;
     }
 
-    Changes changes(record);
-    record.update_time = decode.snapTime;
-    record.update_milli_sec = decode.snapMillisec;
-    record.change_no = incre.changeNo;
+    Undo undo;
+    Changes changes(record, undo);
     const PriceScale scale{m_refCalcInfo.priceTick[slot], m_refCalcInfo.codecPrice[slot],
                            static_cast<double>(m_refCalcInfo.volumeMulti[slot])};
     _ApplyFields(changes, scale, packet + sizeof(MirpHeader),
                  len - static_cast<uint32_t>(sizeof(MirpHeader)));
-    if (!_BookIsSane(record)) {
-        // The change number goes back too: the next message of this instrument is then a gap, and
-        // the feed takes a fresh snapshot.
+    if (__builtin_expect(!_BookIsSane(record), 0)) {
+        // The change number stays too: the next message of this instrument is then a gap, and the
+        // feed takes a fresh snapshot.
         changes.Restore();
         g_mdMonitor.caller.restoredBooks.Add();
         return RET_OK;
     }
+    record.update_time = decode.snapTime;
+    record.update_milli_sec = decode.snapMillisec;
+    record.change_no = incre.changeNo;
     g_mdMonitor.CountUpdate();
     return RET_TO_CALLBACK;
 }
@@ -214,8 +236,10 @@ inline bool CExanicUdpFunc::_IsHandled(const instrument& record) const {
 
 // The first field that is unknown or cut short ends the walk; what stood before it stays applied.
 // Volumes wrap modulo 2^32.
-inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& scale,
-                                         const char* cursor, uint32_t remaining) {
+inline __attribute__((always_inline)) void CExanicUdpFunc::_ApplyFields(Changes& changes,
+                                                                        const PriceScale& scale,
+                                                                        const char* cursor,
+                                                                        uint32_t remaining) {
     instrument& record = changes.record;
     while (remaining >= MIN_FIELD_SIZE) {
         const auto fieldID = ReadRecord<FieldIDType>(cursor);
@@ -227,11 +251,11 @@ inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& sca
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_DEAL_SUMMARY && remaining >= sizeof(DealSummaryField)) {
             const auto field = ReadRecord<DealSummaryField>(cursor);
-            if (changes.First(Changes::DEAL)) {
-                changes.lastPx = record.last_px;
-                changes.volume = record.volume;
-                changes.turnover = record.turnover;
-                changes.openInterest = record.open_interest;
+            if (changes.First(Undo::DEAL)) {
+                changes.undo.lastPx = record.last_px;
+                changes.undo.volume = record.volume;
+                changes.undo.turnover = record.turnover;
+                changes.undo.openInterest = record.open_interest;
             }
             record.last_px = scale.Price(field.lastPriceOffset);
             record.volume += static_cast<uint32_t>(field.volumeChange);
@@ -240,9 +264,9 @@ inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& sca
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_BUY_STATICS && remaining >= sizeof(BuyStaticsField)) {
             const auto field = ReadRecord<BuyStaticsField>(cursor);
-            if (changes.First(Changes::BID_TOTALS)) {
-                changes.bidTotvol = record.bid_totvol;
-                changes.bidTotamount = record.bid_totamount;
+            if (changes.First(Undo::BID_TOTALS)) {
+                changes.undo.bidTotvol = record.bid_totvol;
+                changes.undo.bidTotamount = record.bid_totamount;
             }
             record.bid_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.bid_totvol) +
                                                      static_cast<uint32_t>(field.bidVolumeChange));
@@ -250,9 +274,9 @@ inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& sca
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_SELL_STATICS && remaining >= sizeof(SellStaticsField)) {
             const auto field = ReadRecord<SellStaticsField>(cursor);
-            if (changes.First(Changes::ASK_TOTALS)) {
-                changes.askTotvol = record.ask_totvol;
-                changes.askTotamount = record.ask_totamount;
+            if (changes.First(Undo::ASK_TOTALS)) {
+                changes.undo.askTotvol = record.ask_totvol;
+                changes.undo.askTotamount = record.ask_totamount;
             }
             record.ask_totvol = static_cast<int32_t>(static_cast<uint32_t>(record.ask_totvol) +
                                                      static_cast<uint32_t>(field.askVolumeChange));
@@ -260,15 +284,15 @@ inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& sca
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_HIGHEST_PRICE && remaining >= sizeof(HighestPriceField)) {
             const auto field = ReadRecord<HighestPriceField>(cursor);
-            if (changes.First(Changes::HIGHEST)) {
-                changes.highestPrice = record.highest_price;
+            if (changes.First(Undo::HIGHEST)) {
+                changes.undo.highestPrice = record.highest_price;
             }
             record.highest_price = scale.Price(field.highPriceOffset);
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_LOWEST_PRICE && remaining >= sizeof(LowestPriceField)) {
             const auto field = ReadRecord<LowestPriceField>(cursor);
-            if (changes.First(Changes::LOWEST)) {
-                changes.lowestPrice = record.lowest_price;
+            if (changes.First(Undo::LOWEST)) {
+                changes.undo.lowestPrice = record.lowest_price;
             }
             record.lowest_price = scale.Price(field.lowPriceOffset);
             fieldSize = sizeof(field);
@@ -285,34 +309,45 @@ inline void CExanicUdpFunc::_ApplyFields(Changes& changes, const PriceScale& sca
 inline void CExanicUdpFunc::_ApplyPriceChange(Changes& changes, const PriceChangeField& change,
                                               double price) {
     const int32_t level = change.priceLevel;
-    if (level < 1 || level > BookSide::CAPACITY) {
+    const uint8_t event = change.eventType;
+    const uint8_t side = change.mdEntryType;
+    if (level < 1 || level > BookChanges::CAPACITY) {
         MD_LOG_AS("_ParseMirp", LOG_ERROR, "invalid priceLevel: %u, instrumentID: %.16s",
                   change.priceLevel, reinterpret_cast<const char*>(changes.record.inst_id));
         return;
     }
-    const uint8_t event = change.eventType;
-    if (event != MD_EVENT_TYPE_ADD && event != MD_EVENT_TYPE_MODIFY && event != MD_EVENT_TYPE_DEL) {
+    if (event < MD_EVENT_TYPE_ADD || event > MD_EVENT_TYPE_DEL) {
         MD_LOG_AS("_ParseMirp", LOG_ERROR, "unkonwn event type: %u", event);
         return;
     }
-    if (change.mdEntryType != MD_ENTRY_TYPE_BID && change.mdEntryType != MD_ENTRY_TYPE_ASK) {
+    if (side > MD_ENTRY_TYPE_ASK) {
         MD_LOG_AS("_ParseMirp", LOG_ERROR, "unkonwn md entry type: %u", change.mdEntryType);
         return;
     }
-    BookSide& side = change.mdEntryType == MD_ENTRY_TYPE_BID ? changes.bid : changes.ask;
     const int32_t vol = static_cast<int32_t>(change.volume);
     if (event == MD_EVENT_TYPE_MODIFY) {
-        side.Set(level - 1, price, vol);
+        changes.book.Overwrite(side, level, price, vol);
     } else if (event == MD_EVENT_TYPE_ADD) {
-        side.Insert(level, price, vol);
+        changes.book.Insert(side, level, price, vol);
     } else {
-        side.Delete(level);
+        changes.book.Delete(side, level);
     }
 }
 
-// Neighbours among the first five levels of a side, then the touch. Prices are compared first and
-// emptiness only where that fails; whether the instrument is exempt is looked up last.
+// Neighbours among the first five levels of a side, then the touch. Prices are compared first:
+// where all of them are in order, no level can be at fault.
 inline bool CExanicUdpFunc::_BookIsSane(const instrument& record) {
+    const double* bid = record.bid_px;
+    const double* ask = record.ask_px;
+    static_assert(BID_PX_LEVEL == 5 && ASK_PX_LEVEL == 5);
+    const bool inOrder = bid[0] > bid[1] && bid[1] > bid[2] && bid[2] > bid[3] && bid[3] > bid[4] &&
+                         ask[0] < ask[1] && ask[1] < ask[2] && ask[2] < ask[3] && ask[3] < ask[4] &&
+                         bid[0] < ask[0];
+    return inOrder || _LevelsAreSane(record);
+}
+
+// The same level by level, with emptiness; whether the instrument is exempt is looked up last.
+__attribute__((noinline)) bool CExanicUdpFunc::_LevelsAreSane(const instrument& record) {
     const double* bidPx = record.bid_px;
     const double* askPx = record.ask_px;
     const auto hasBid = [&](int32_t i) { return !IsEmptyLevel(bidPx[i], record.bid_vol[i]); };
