@@ -21,23 +21,32 @@ constexpr uint32_t INE_MAX_INST_NO = INE_MAX_INST_CNT - 1;
 
 constexpr size_t OPTION_CODE_INDEX = 6; // an identifier with a seventh character is an option's
 
-// Field by field: copied as a whole, the header would take the way through the stack.
-MirpHeader ReadHeader(const char* packet) {
-    constexpr size_t INCRE = offsetof(MirpHeader, incre);
+// Records longer than a register are read member by member: copied as a whole they would go through
+// vector registers to the stack, and a member across two of them is slow to come back.
+
+MirpHeader ReadHeader(const char* at) {
+    const char* incre = at + offsetof(MirpHeader, incre);
     MirpHeader header;
-    header.decode.topicID = ReadRecord<uint16_t>(packet + offsetof(DecodeHeader, topicID));
-    header.decode.snapMillisec =
-        ReadRecord<uint16_t>(packet + offsetof(DecodeHeader, snapMillisec));
-    header.decode.snapTime = ReadRecord<uint32_t>(packet + offsetof(DecodeHeader, snapTime));
-    header.decode.packetNo = ReadRecord<int32_t>(packet + offsetof(DecodeHeader, packetNo));
-    header.incre.fieldID =
-        ReadRecord<FieldIDType>(packet + INCRE + offsetof(MarketDataIncreField, fieldID));
+    header.decode.topicID = ReadRecord<uint16_t>(at + offsetof(DecodeHeader, topicID));
+    header.decode.snapMillisec = ReadRecord<uint16_t>(at + offsetof(DecodeHeader, snapMillisec));
+    header.decode.snapTime = ReadRecord<uint32_t>(at + offsetof(DecodeHeader, snapTime));
+    header.decode.packetNo = ReadRecord<int32_t>(at + offsetof(DecodeHeader, packetNo));
+    header.incre.fieldID = ReadRecord<FieldIDType>(incre + offsetof(MarketDataIncreField, fieldID));
     header.incre.instrumentNo =
-        ReadRecord<uint32_t>(packet + INCRE + offsetof(MarketDataIncreField, instrumentNo));
-    header.incre.changeNo =
-        ReadRecord<uint32_t>(packet + INCRE + offsetof(MarketDataIncreField, changeNo));
-    header.incre.reserved = 0;
+        ReadRecord<uint32_t>(incre + offsetof(MarketDataIncreField, instrumentNo));
+    header.incre.changeNo = ReadRecord<uint32_t>(incre + offsetof(MarketDataIncreField, changeNo));
+    header.incre.reserved = ReadRecord<uint16_t>(incre + offsetof(MarketDataIncreField, reserved));
     return header;
+}
+
+DealSummaryField ReadDealSummary(const char* at) {
+    DealSummaryField deal{};
+    deal.lastPriceOffset = ReadRecord<int32_t>(at + offsetof(DealSummaryField, lastPriceOffset));
+    deal.volumeChange = ReadRecord<int32_t>(at + offsetof(DealSummaryField, volumeChange));
+    deal.turnoverOffset = ReadRecord<int64_t>(at + offsetof(DealSummaryField, turnoverOffset));
+    deal.openInterestChange =
+        ReadRecord<int64_t>(at + offsetof(DealSummaryField, openInterestChange));
+    return deal;
 }
 
 } // namespace
@@ -250,7 +259,7 @@ inline __attribute__((always_inline)) void CExanicUdpFunc::_ApplyFields(Changes&
             _ApplyPriceChange(changes, field, scale.Price(field.priceOffset));
             fieldSize = sizeof(field);
         } else if (fieldID == FIELD_DEAL_SUMMARY && remaining >= sizeof(DealSummaryField)) {
-            const auto field = ReadRecord<DealSummaryField>(cursor);
+            const DealSummaryField field = ReadDealSummary(cursor);
             if (changes.First(Undo::DEAL)) {
                 changes.undo.lastPx = record.last_px;
                 changes.undo.volume = record.volume;
