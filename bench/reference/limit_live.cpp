@@ -1,5 +1,6 @@
 #include "bench/reference/limit_live.h"
 
+#include <cstddef>
 #include <cstring>
 
 namespace bench {
@@ -17,33 +18,45 @@ inline bool is_empty(double price, int32_t volume) {
     return volume < 1 && price > -0.00001 && price < 0.00001;
 }
 
-inline void book_step(double* prices, int32_t* volumes, int& levels, int level, int event,
-                      double px, int32_t vol) {
+// Kept from becoming a call of memmove.
+inline void move_level(double* prices, int32_t* volumes, int from, int to) {
+    asm("" : "+r"(from));
+    prices[to] = prices[from];
+    volumes[to] = volumes[from];
+}
+
+inline void book_step(double* prices, int32_t* volumes, int& both, std::size_t shift, int level,
+                      int event, double px, int32_t vol) {
     const int k = level - 1;
     if (__builtin_expect(event == 2, 1)) {
         prices[k] = px;
         volumes[k] = vol;
-    } else if (event == 1) {
+        return;
+    }
+    const int levels = both >> shift & 0xff;
+    if (event == 1) {
         if (level <= levels && !is_empty(prices[k], volumes[k])) {
             for (int i = levels < 10 ? levels : 9; i > k; --i) {
-                prices[i] = prices[i - 1];
-                volumes[i] = volumes[i - 1];
+                move_level(prices, volumes, i - 1, i);
             }
         }
         prices[k] = px;
         volumes[k] = vol;
-        levels += levels < 10 && !(level == 5 && is_empty(px, vol)) ? 1 : 0;
-    } else {
+        both += (levels < 10 && !(level == 5 && is_empty(px, vol)) ? 1 : 0) << shift;
+    } else if (levels != 0) {
         for (int i = level; i < levels; ++i) {
-            prices[i - 1] = prices[i];
-            volumes[i - 1] = volumes[i];
+            move_level(prices, volumes, i, i - 1);
         }
-        if (levels != 0) {
-            --levels;
-            prices[levels] = 0.0;
-            volumes[levels] = 0;
-        }
+        both -= 1 << shift;
+        prices[levels - 1] = 0.0;
+        volumes[levels - 1] = 0;
     }
+}
+
+// Bids or asks without a branch, which could not be predicted.
+template <typename T>
+inline T* side_at(instrument& record, std::size_t bids, std::size_t step, std::size_t side) {
+    return reinterpret_cast<T*>(reinterpret_cast<char*>(&record) + bids + step * side);
 }
 
 inline bool is_sane(const instrument& record) {
@@ -86,8 +99,7 @@ int32_t LimitLive::receive(uint32_t& slot) {
     const double tick = market_.scale.priceTick[at];
     const double codec = market_.scale.codecPrice[at];
     const double multiple = market_.scale.volumeMulti[at];
-    int bid_levels = 5;
-    int ask_levels = 5;
+    int levels = 5 << 16 | 5; // bids in the low half
     const char* cursor = packet + 24;
     const char* const end = packet + size;
     while (end - cursor >= 16) {
@@ -99,11 +111,10 @@ int32_t LimitLive::receive(uint32_t& slot) {
             if (static_cast<uint32_t>(level - 1) > 9) {
                 return 0;
             }
-            if (cursor[2] == 0) {
-                book_step(record.bid_px, record.bid_vol, bid_levels, level, event, px, vol);
-            } else {
-                book_step(record.ask_px, record.ask_vol, ask_levels, level, event, px, vol);
-            }
+            const std::size_t side = static_cast<uint8_t>(cursor[2]);
+            book_step(side_at<double>(record, offsetof(instrument, bid_px), 160, side),
+                      side_at<int32_t>(record, offsetof(instrument, bid_vol), 40, side), levels,
+                      16 * (side & 1), level, event, px, vol);
             cursor += 16;
         } else if (end - cursor >= 32) {
             const auto volume = get<int32_t>(cursor + 6);
