@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Runs the bench programs, prints the table of goals, and writes the report with its pictures.
 
-Usage: report.py PROGRAMS_DIR [--runs N] [--write DIRECTORY] [--only NAME]
+Usage: report.py PROGRAMS_DIR [--runs N] [--only NAME] [--keep FILE] [--write DIRECTORY]
 
 Every program is run N times (default 3), one run of all before the next, and a goal's value is the
-median of its runs. Exits with 1 when a goal's "must" does not hold.
+median of its runs. With --keep the runs are added to those in the file, so that they can be made at
+different times; `--runs 0` shows what it holds. Exits with 1 when a goal's "must" does not hold.
 """
 
 import argparse
@@ -60,6 +61,12 @@ def collect(directory, runs, only):
     return lines
 
 
+def kept_lines(path):
+    if path is None or not path.exists():
+        return []
+    return [json.loads(line) for line in path.read_text().splitlines()]
+
+
 def medians(lines, kind, key_names):
     """One entry for each key, with the median of its values; first appearance decides the order."""
     found = {}
@@ -77,6 +84,8 @@ def medians(lines, kind, key_names):
 
 
 def holds(goal, bound):
+    if bound is None:
+        return True
     return goal["value"] <= bound if goal["better"] == "smaller" else goal["value"] >= bound
 
 
@@ -89,7 +98,8 @@ def goal_rows(goals):
     for goal in sorted_goals(goals):
         sign = "<=" if goal["better"] == "smaller" else ">="
         rows.append((goal["id"], goal["case"], goal["flavour"],
-                     f"{goal['value']:.2f}{goal['unit']}", f"{sign} {goal['must']:g}",
+                     f"{goal['value']:.2f}{goal['unit']}",
+                     "-" if goal["must"] is None else f"{sign} {goal['must']:g}",
                      "PASS" if holds(goal, goal["must"]) else "SHORT", f"{sign} {goal['aim']:g}",
                      "PASS" if holds(goal, goal["aim"]) else "short"))
     return rows
@@ -138,14 +148,20 @@ def main():
     parser.add_argument("--runs", type=int, default=3)
     parser.add_argument("--write", type=pathlib.Path)
     parser.add_argument("--only", choices=PROGRAMS)
+    parser.add_argument("--keep", type=pathlib.Path)
     options = parser.parse_args()
-    lines = collect(options.programs, options.runs, options.only)
+    lines = kept_lines(options.keep) + collect(options.programs, options.runs, options.only)
+    if not lines:
+        sys.exit("report.py: nothing was run, and --keep FILE holds no run")
+    if options.keep and options.runs > 0:
+        options.keep.write_text("".join(json.dumps(line) + "\n" for line in lines))
     goals = medians(lines, "goal", ("id", "case", "flavour"))
     figures = medians(lines, "figure", ("id", "series", "at", "flavour"))
-    print(f"{processor()}, {commit()}, {options.runs} runs")
+    runs = max(len(goal["values"]) for goal in goals)
+    print(f"{processor()}, {commit()}, {runs} runs")
     print_table(goal_rows(goals))
     if options.write:
-        write_report(options.write, lines, goals, figures, options.runs)
+        write_report(options.write, lines, goals, figures, runs)
     sys.exit(0 if all(holds(goal, goal["must"]) for goal in goals) else 1)
 
 

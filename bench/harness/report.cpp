@@ -1,5 +1,6 @@
 #include "bench/harness/report.h"
 
+#include <cmath>
 #include <cstdio>
 
 namespace bench {
@@ -21,14 +22,21 @@ void report_goal(const Goal& goal) {
     const auto holds = [&](double bound) {
         return smaller ? goal.value <= bound : goal.value >= bound;
     };
-    std::fprintf(stderr, "  %-4s %-34s %8.2f%s   must %s %g %-5s  aim %s %g %s\n", goal.id.c_str(),
-                 goal.case_name.c_str(), goal.value, goal.unit.c_str(),
-                 smaller ? "<=" : ">=", goal.must, holds(goal.must) ? "PASS" : "SHORT",
-                 smaller ? "<=" : ">=", goal.aim, holds(goal.aim) ? "PASS" : "short");
+    const char* const sign = smaller ? "<=" : ">=";
+    const bool has_must = !std::isnan(goal.must);
+    char must[64] = "";
+    if (has_must) {
+        std::snprintf(must, sizeof(must), "must %s %g %s", sign, goal.must,
+                      holds(goal.must) ? "PASS" : "SHORT");
+    }
+    std::fprintf(stderr, "  %-4s %-34s %8.2f%s   %-18s  aim %s %g %s\n", goal.id.c_str(),
+                 goal.case_name.c_str(), goal.value, goal.unit.c_str(), must, sign, goal.aim,
+                 holds(goal.aim) ? "PASS" : "short");
+    std::snprintf(must, sizeof(must), "%g", goal.must);
     std::printf("{\"kind\":\"goal\",\"id\":\"%s\",\"case\":\"%s\",\"value\":%.6g,\"unit\":\"%s\","
-                "\"better\":\"%s\",\"must\":%g,\"aim\":%g,\"target\":\"%s\"}\n",
+                "\"better\":\"%s\",\"must\":%s,\"aim\":%g,\"target\":\"%s\"}\n",
                 goal.id.c_str(), goal.case_name.c_str(), goal.value, goal.unit.c_str(),
-                smaller ? "smaller" : "larger", goal.must, goal.aim, kTarget);
+                smaller ? "smaller" : "larger", has_must ? must : "null", goal.aim, kTarget);
 }
 
 void report_figure(const std::string& id, const std::string& series, const std::string& at,

@@ -3,13 +3,16 @@
 // What a bench program prints: lines for people on standard error, one JSON object a line on
 // standard output (read by bench/report.py).
 
+#include <limits>
 #include <string>
 
 namespace bench {
 
 enum class Better { kSmaller, kLarger };
 
-// One measured goal. `must` and `aim` bound `value` from above or below.
+constexpr double kNoMust = std::numeric_limits<double>::quiet_NaN();
+
+// One measured goal. `must` (or kNoMust) and `aim` bound `value` from above or below.
 struct Goal {
     std::string id;        // "G1"
     std::string case_name; // "800 instruments"

@@ -41,6 +41,17 @@ void serve(const FrameList& frames) {
     serve(frames, 0, frames.size());
 }
 
+void warm_next() {
+    if (g_served.next < g_served.last) {
+        const volatile char* const frame = g_served.at;
+        const std::size_t length = g_served.lengths[g_served.next];
+        for (std::size_t at = 0; at < length; at += 64) {
+            (void)frame[at];
+        }
+        (void)frame[length - 1];
+    }
+}
+
 volatile uint32_t* registers() {
     return g_registers;
 }

@@ -29,6 +29,9 @@ private:
 void serve(const FrameList& frames, std::size_t first, std::size_t last);
 void serve(const FrameList& frames);
 
+// Reads the frame that is handed out next, so that it lies in the first-level cache.
+void warm_next();
+
 // The register window that the stand-in hands out; 32768 words.
 volatile uint32_t* registers();
 

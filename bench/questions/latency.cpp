@@ -55,6 +55,7 @@ int main() {
         serve(frames);
         std::vector<double> times(kMessages);
         for (uint32_t n = 0; n < kMessages; ++n) {
+            warm_next();
             const uint64_t begin = fenced_now();
             if (feed.channel->UdpRecv() == RET_TO_CALLBACK) {
                 feed.call_back();

@@ -321,9 +321,9 @@ TEST_F(UdpCheckTest, ABadBookUndoesTheWholeMessage) {
     EXPECT_THAT(outcome.stores, ElementsAre(RegisterStore{kSnapTimeWord, kTime}));
 }
 
-// What is kept for each change has room for 16 of them.
+// A decode buffer of the card has room for 126 changes; what undoes them one by one for 128.
 TEST_F(UdpCheckTest, AnyNumberOfChangesIsUndone) {
-    for (const int changes : {1, 2, 15, 16, 17, 18, 31, 32, 33, 48, 120}) {
+    for (const int changes : {1, 2, 16, 125, 126, 127, 128, 129, 130, 255, 256, 257, 400, 4000}) {
         SCOPED_TRACE(changes);
         subscribe(kSlot, "cu2609");
         instrument expected = record();

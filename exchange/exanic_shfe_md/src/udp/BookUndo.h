@@ -9,6 +9,7 @@
 
 #include "ExanicMdTypes.h"
 #include "PriceRules.h"
+#include "udp/MirpRecords.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -45,7 +46,9 @@ struct BookSide {
 
 class BookUndo {
 public:
-    static constexpr uint32_t CAPACITY = 16; // more changes than an ordinary message has
+    // At least as many changes as a decode buffer of the card has room for. A cache entry that says
+    // it is longer can have more.
+    static constexpr uint32_t CAPACITY = RECV_BUF_SIZE / sizeof(PriceChangeField);
 
     // Keeps entry `lost` of a side as change number `at` of the message, which is below CAPACITY.
     // The change is about to move the entries from `lost` to `freed` by one, towards `lost`.
@@ -54,8 +57,8 @@ public:
                          static_cast<int8_t>(freed), static_cast<uint8_t>(side)};
     }
 
-    // For a message of more changes than there is room for: keeps the whole book as it was. From
-    // then on it is all that counts.
+    // When there is no room left: keeps the whole book as it was. From then on it is all that
+    // counts.
     void MakeRoom(instrument& record, uint32_t count) __attribute__((cold, noinline)) {
         if (m_isWhole) {
             return;

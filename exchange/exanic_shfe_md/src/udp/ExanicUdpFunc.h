@@ -48,6 +48,9 @@ private:
     // Makes the cache empty, whatever its memory holds; what was in it counts as dropped.
     void _DropCached();
 
+    // Hints the processor to load the record of the entry at `offset`, the next one to replay.
+    void _PrefetchNext(int64_t offset) const;
+
     // Scaling of one instrument, in locals so that stores to its record cannot force reloads.
     struct PriceScale {
         double priceTick;
