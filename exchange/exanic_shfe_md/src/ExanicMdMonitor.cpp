@@ -220,7 +220,7 @@ void CMdMonitor::WriteGap(const vorn_md_gap_t& gap) {
 }
 
 void CMdMonitor::ReadGap(vorn_md_gap_t& gap) const {
-    uint64_t words[GAP_WORDS];
+    uint64_t words[GAP_WORDS] = {};
     uint32_t before = 0;
     do {
         before = m_gapCount.load(std::memory_order_acquire);

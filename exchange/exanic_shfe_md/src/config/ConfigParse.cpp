@@ -17,7 +17,7 @@ constexpr char BLANKS[] = " \t\r\n";
 
 CConfigParse::CConfigParse(ExanicMdConfigData& configData) : m_refConfigData(configData) {}
 
-int CConfigParse::InitConfig(std::string filename) {
+int CConfigParse::InitConfig(const std::string& filename) {
     if (_LoadConfig(filename) != 0) {
         return -1;
     }

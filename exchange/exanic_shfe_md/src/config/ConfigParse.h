@@ -52,7 +52,7 @@ public:
 
     // Loads `filename`, fills the record and sets the logger's level mask. 0, or -1 with the reason
     // logged; the record is filled as far as the reading got.
-    int InitConfig(std::string filename);
+    int InitConfig(const std::string& filename);
 
 private:
     int _LoadConfig(const std::string& filename);

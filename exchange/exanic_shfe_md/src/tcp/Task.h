@@ -10,10 +10,12 @@
 // that queueing them allocates nothing.
 class Task {
 public:
-    Task() = default;
+    Task() = default; // cppcheck-suppress uninitMemberVar ; m_place is set with m_actions
 
+    // Never hides the move constructor: see `requires`.
     template <typename Callable>
-    requires(!std::is_same_v<std::decay_t<Callable>, Task>) explicit Task(Callable&& callable) {
+    requires(!std::is_same_v<std::decay_t<Callable>, Task>) // NOLINTNEXTLINE
+        explicit Task(Callable&& callable) {
         using Kept = std::decay_t<Callable>;
         if constexpr (FitsInPlace<Kept>()) {
             new (m_place) Kept(std::forward<Callable>(callable));

@@ -28,8 +28,9 @@ struct BookSide {
         constexpr size_t PX_STEP = offsetof(instrument, ask_px) - offsetof(instrument, bid_px);
         constexpr size_t VOL_STEP = offsetof(instrument, ask_vol) - offsetof(instrument, bid_vol);
         char* at = reinterpret_cast<char*>(&record);
-        return {reinterpret_cast<double*>(at + offsetof(instrument, bid_px) + side * PX_STEP),
-                reinterpret_cast<int32_t*>(at + offsetof(instrument, bid_vol) + side * VOL_STEP)};
+        void* px = at + offsetof(instrument, bid_px) + side * PX_STEP;
+        void* vol = at + offsetof(instrument, bid_vol) + side * VOL_STEP;
+        return {static_cast<double*>(px), static_cast<int32_t*>(vol)};
     }
 
     bool IsEmpty(int32_t i) const { return IsEmptyLevel(px[i], vol[i]); }
@@ -53,8 +54,8 @@ public:
     // Keeps entry `lost` of a side as change number `at` of the message, which is below CAPACITY.
     // The change is about to move the entries from `lost` to `freed` by one, towards `lost`.
     void Keep(uint32_t at, uint32_t side, const BookSide& book, int32_t lost, int32_t freed) {
-        m_changes[at] = {book.px[lost], book.vol[lost], static_cast<int8_t>(lost),
-                         static_cast<int8_t>(freed), static_cast<uint8_t>(side)};
+        m_changes[at] = {book.px[lost], book.vol[lost], static_cast<uint8_t>(lost),
+                         static_cast<uint8_t>(freed), static_cast<uint8_t>(side)};
     }
 
     // When there is no room left: keeps the whole book as it was. From then on it is all that
@@ -94,8 +95,8 @@ private:
     struct Change {
         double px; // of the entry lost
         int32_t vol;
-        int8_t lost;  // where it stood
-        int8_t freed; // and what became free for it
+        uint8_t lost;  // where it stood
+        uint8_t freed; // and what became free for it
         uint8_t side;
     };
 

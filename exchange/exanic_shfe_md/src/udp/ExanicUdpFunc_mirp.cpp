@@ -68,6 +68,7 @@ struct CExanicUdpFunc::Undo {
     double lowestPrice;
 
     // Nothing is kept yet, so nothing is set.
+    // cppcheck-suppress uninitMemberVar
     Undo() {} // NOLINT
 
     // Puts back the groups (Group bits) that were kept.
