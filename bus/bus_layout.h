@@ -32,11 +32,12 @@
 
 namespace vorn_bus {
 
+// The first bytes of a file.
 inline constexpr char kMagic[8] = {'V', 'O', 'R', 'N', 'B', 'U', 'S', '\0'};
-inline constexpr uint32_t kVersion = 1; // of the layout; a reader refuses another
-inline constexpr uint32_t kNoSlot = 0xffffffff;
-inline constexpr char kDirectory[] = "/dev/shm";
-inline constexpr char kDefaultName[] = "live";
+inline constexpr uint32_t kVersion = 1;          // of the layout; a reader refuses another
+inline constexpr uint32_t kNoSlot = 0xffffffff;  // an event without an instrument
+inline constexpr char kDirectory[] = "/dev/shm"; // where the files of names lie
+inline constexpr char kDefaultName[] = "live";   // of a bus that nobody has named
 
 // Values of Header::state.
 inline constexpr uint64_t kStateOpen = 1;     // the writer writes, or has died
@@ -93,6 +94,7 @@ struct alignas(64) Slot {
     instrument record;    // 24
 };
 
+// An update or an event of the ring.
 struct alignas(64) RingRecord {
     uint64_t number; //  0: 1 for the first record, then one more each; 0 while it is written
     uint64_t receive_time_ns; //  8
@@ -104,7 +106,7 @@ struct alignas(64) RingRecord {
     };
 };
 
-inline constexpr uint32_t kHeaderSize = 4096;
+inline constexpr uint32_t kHeaderSize = 4096; // bytes in front of the counters
 
 static_assert(sizeof(Header) == 320 && sizeof(Header) <= kHeaderSize);
 static_assert(offsetof(Header, clock_realtime_ns) == 120);
@@ -142,9 +144,11 @@ inline std::string bus_path(const std::string& name) {
     return std::string(kDirectory) + "/vorn." + name + ".bus";
 }
 
+// A word that another process changes.
 inline uint64_t load_acquire(const uint64_t& word) {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
+// The same from the other side.
 inline void store_release(uint64_t& word, uint64_t value) {
     __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
@@ -164,6 +168,7 @@ void load_words(Record& to, const Record& from) {
         std::memcpy(bytes + i * sizeof(value), &value, sizeof(value));
     }
 }
+// The same from the other side.
 template <typename Record>
 void store_words(Record& to, const Record& from) {
     static_assert(sizeof(Record) % sizeof(uint64_t) == 0);

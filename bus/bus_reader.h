@@ -31,22 +31,25 @@
 
 namespace vorn_bus {
 
+// Whether somebody writes.
 enum class WriterState : uint8_t {
-    kAlive,
+    kAlive,    // it runs, and its heartbeat is on time
     kStalled,  // it runs, but its heartbeat is late by more than ten intervals: stopped or starved
     kDead,     // it ended without closing the bus
     kClosed,   // it ended in order
     kReplaced, // another writer has taken over, or the file was removed: open the name again
 };
 
+// "alive" and so on; never null.
 inline const char* writer_state_name(WriterState state) {
     constexpr const char* kNames[] = {"alive", "stalled", "dead", "closed", "replaced"};
     return kNames[static_cast<int>(state)];
 }
 
+// What a look at a slot, or at the counters, brought.
 enum class SlotResult : uint8_t {
-    kFilled,
-    kEmpty, // never written, or not a slot
+    kFilled, // it is there, and whole
+    kEmpty,  // never written, or not a slot
     kBusy, // being written for longer than a reader waits: the writer is stopped, or died just then
 };
 
@@ -191,6 +194,7 @@ public:
     // much as it can without being lapped again at once.
     static constexpr uint64_t kResumeShare = 2;
 
+    // Made by BusReader::follow.
     RingCursor(const Mapping& bus, uint64_t position) : bus_(&bus), position_(position) {}
 
     // The next record, in order. False when there is none yet. A lapped cursor goes on in the
@@ -247,17 +251,18 @@ private:
     uint64_t laps_ = 0;
 };
 
+// A bus that is open for reading. Movable; one thread at a time, as many readers as one likes.
 class BusReader {
 public:
     // By name ("live") or path. Throws BusError.
     explicit BusReader(const std::string& name) : bus_(bus_path(name)) {}
 
-    const std::string& path() const { return bus_.path(); }
-    uint64_t generation() const { return bus_.kept().generation; }
-    uint32_t writer_pid() const { return bus_.kept().writer_pid; }
-    uint64_t ring_records() const { return bus_.kept().ring_records; }
-    static constexpr uint32_t slots() { return INSTRUMENT_SLOT_CNT; }
-    const Header& header() const { return bus_.kept(); } // as it was when opened
+    const std::string& path() const { return bus_.path(); }            // of the file
+    uint64_t generation() const { return bus_.kept().generation; }     // 1: first of the name
+    uint32_t writer_pid() const { return bus_.kept().writer_pid; }     // as the writer saw it
+    uint64_t ring_records() const { return bus_.kept().ring_records; } // how many the ring holds
+    static constexpr uint32_t slots() { return INSTRUMENT_SLOT_CNT; }  // of the table
+    const Header& header() const { return bus_.kept(); }               // as it was when opened
 
     // Copies the newest state of a slot; `entry` is written also when the result is not kFilled.
     SlotResult read_slot(uint32_t slot, Slot& entry) const {
@@ -287,6 +292,7 @@ public:
     // Records written so far: the number of the newest one.
     uint64_t ring_head() const { return load_acquire(bus_.live().ring_head); }
 
+    // How long ago the writer's last heartbeat was.
     uint64_t heartbeat_age_ns() const {
         const uint64_t beat = load_acquire(bus_.live().heartbeat_ns);
         const uint64_t now = clock_ns(CLOCK_MONOTONIC);

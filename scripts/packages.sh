@@ -25,6 +25,10 @@ vorn_test_packages=( # a test that misses its own is left out
     "chromium:tests of the page in a browser"
     "prometheus:tests of metrics and alerts"
 )
+vorn_docs_packages=(
+    "doxygen:API pages of the documentation"
+    "python3-markdown:site of the documentation"
+)
 vorn_lab_packages=(
     "iproute2:network namespaces of the lab"
     "ethtool:offloads of the lab's links"
