@@ -118,7 +118,7 @@ def navigation():
         elif groups and line.startswith("| ["):
             for title, link in re.findall(r"\[([^\]]+)\]\(([^)#]+\.md)\)", line.split(" | ")[0]):
                 source = os.path.normpath(os.path.join("docs", link))
-                groups[-1][1].append((title, source))
+                groups[-1][1].append((title[0].upper() + title[1:], source))
     return groups
 
 

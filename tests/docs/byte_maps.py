@@ -73,9 +73,14 @@ def draw(title, width, records, tables):
                 size_of = min(13, int(count * cell / (0.6 * len(name))))
                 out.append(f'  <text x="{x + count * cell // 2}" y="{y + 25}" text-anchor="middle" '
                            f'font-size="{size_of}" fill="#1c2636">{name}</text>')
-    legend = ", ".join(records) if len(records) > 1 else title
-    out.append(f'  <text x="{LEFT}" y="{height - 12}" font-size="12" fill="#45536b">'
-               f'{html.escape(legend)}: {base} bytes</text>')
+    x = LEFT
+    for index, record in enumerate(records if len(records) > 1 else ()):
+        out.append(f'  <rect x="{x}" y="{height - 23}" width="14" height="14" '
+                   f'fill="{COLOURS[index % len(COLOURS)]}" stroke="#45536b"/>')
+        out.append(f'  <text x="{x + 20}" y="{height - 12}" font-size="12" fill="#45536b">{record}</text>')
+        x += 44 + 7 * len(record)
+    out.append(f'  <text x="{total - 16}" y="{height - 12}" text-anchor="end" font-size="12" '
+               f'fill="#45536b">{base} bytes</text>')
     return "\n".join([*out, "</svg>", ""])
 
 
