@@ -17,7 +17,7 @@ LINK = re.compile(r"!?\[(?:[^\[\]]|\[[^\]]*\](?:\([^)]*\))?)*\]\((?P<target>[^)\
 IMAGE_IN_LINK = re.compile(r"!\[[^\]]*\]\((?P<target>[^)\s]+)\)")
 HTML_TARGET = re.compile(r"<(?:img|a)\b[^>]*?(?:src|href)=\"(?P<target>[^\"]+)\"")
 MARKS = ("not run", "needs", "file", "status", "until stopped", "background", "shows")
-LANGUAGES = ("sh", "c", "cpp", "python", "ini", "text", "json", "sql", "cmake", "yaml", "js")
+LANGUAGES = ("sh", "c", "cpp", "python", "ini", "text", "json", "sql", "cmake", "make", "yaml", "js")
 
 
 class PageError(Exception):

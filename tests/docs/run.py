@@ -100,7 +100,7 @@ class Run:
     def block(self, block):
         marks = block.marks
         if "file" in marks:
-            (self.scratch / marks["file"]).write_text(block.text, encoding="utf-8")
+            self.write(marks["file"], block.text)
             return 1
         if "shows" in marks:
             self.compare(block.text)
@@ -116,6 +116,14 @@ class Run:
             return 0
         handler(block)
         return 1
+
+    def write(self, name, text):
+        """A file of the page. Never through a link: behind it lies the tree."""
+        path = (self.scratch / name).resolve()
+        if self.scratch.resolve() not in path.parents:
+            raise Failed(f"'{name}' lies in the tree; a page writes beside it")
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
 
     def has(self, needed):
         """Whether every program or Python module of a list is there."""

@@ -69,6 +69,11 @@ class Runner(unittest.TestCase):
         self.passes("<!-- file: a.ini -->\n" + fence("ini", "[config]\n") +
                     fence("sh", "test \"$(cat a.ini)\" = '[config]'\n"))
 
+    def test_a_file_may_have_a_folder_but_never_lies_in_the_tree(self):
+        self.passes("<!-- file: new/folder/a.txt -->\n" + fence("text", "a\n") +
+                    fence("sh", "grep -q a new/folder/a.txt\n"))
+        self.fails("<!-- file: docs/a.txt -->\n" + fence("text", "a\n"), "lies in the tree")
+
     def test_the_output_on_the_page_is_held_against_the_output(self):
         shown = "<!-- shows -->\n" + fence("text", "one ...\nthree\n")
         self.passes(fence("sh", "printf 'one 1\\ntwo\\nthree\\n'\n") + shown)
