@@ -25,7 +25,7 @@ from pages import PageError, read_page  # noqa: E402
 
 BLOCK_SECONDS = 240  # only to end what hangs
 LOOK_SECONDS = 1.0  # how long a program that runs until it is stopped is looked at
-APART = "VORN_DOCS_APART"
+APART = "VORN_DOCS_APART"  # set: it is done; "no": it is not wanted
 # What of the tree a page may name by its path, as from the root of a clone.
 SHOWN = ("bus", "docs", "exchange", "ops", "public", "python", "sample-code", "scripts", "softcard",
          "tools", "web")
@@ -38,6 +38,8 @@ class Failed(Exception):
 
 def go_apart():
     """Starts this program again in namespaces of its own; returns when that cannot be."""
+    if os.environ.get(APART) == "no":
+        return
     if APART in os.environ:
         subprocess.run(["ip", "link", "set", "lo", "up"], stderr=subprocess.DEVNULL, check=False)
         return
@@ -262,8 +264,15 @@ def _interrupt(process, controller=None):
     return 130 if status == -signal.SIGINT else "none" if status is None else status
 
 
+def runs_something(path):
+    """Whether a page has commands. One that cannot be read is reported later."""
+    try:
+        return any(block.language in ("sh", "python") for block in read_page(path).blocks)
+    except PageError:
+        return False
+
+
 def main():
-    go_apart()
     parser = argparse.ArgumentParser(description="Run what pages of the documentation show.")
     parser.add_argument("--root", type=pathlib.Path, required=True)
     parser.add_argument("--build", type=pathlib.Path, required=True)
@@ -272,6 +281,8 @@ def main():
     parser.add_argument("pages", nargs="+", type=pathlib.Path)
     options = parser.parse_args()
     options.root, options.build = options.root.resolve(), options.build.resolve()
+    if any(runs_something(path) for path in options.pages):
+        go_apart()
     failures = 0
     for path in options.pages:
         started = time.monotonic()

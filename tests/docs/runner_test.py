@@ -17,12 +17,13 @@ def fence(language, text):
 
 
 class Runner(unittest.TestCase):
-    def run_page(self, text):
+    def run_page(self, text, VORN_DOCS_APART="no"):
+        environment = {"VORN_DOCS_APART": VORN_DOCS_APART} if VORN_DOCS_APART else {}
         with tempfile.TemporaryDirectory() as folder:
             page = pathlib.Path(folder, "page.md")
             page.write_text(text, encoding="utf-8")
             return subprocess.run([*shlex.split(os.environ["RUN"]), str(page)], capture_output=True,
-                                  text=True, check=False)
+                                  text=True, check=False, env={**os.environ, **environment})
 
     def passes(self, text):
         run = self.run_page(text)
@@ -94,6 +95,18 @@ class Runner(unittest.TestCase):
         self.passes(fence("cpp", "#include \"ExanicMdImpl.h\"\nint main() { return RET_OK; }\n"))
         self.fails(fence("cpp", "int main() { return missing; }\n"), "missing")
         self.fails(fence("c", "int main(void) { return *\"\"; }}\n"), "page.md:2")
+
+    def test_a_bus_of_a_page_is_its_own_where_the_kernel_allows_it(self):
+        page = fence("sh", "touch /dev/shm/vorn-docs-test.$$\nls /dev/shm\n")
+        before = set(os.listdir("/dev/shm"))
+        self.assertEqual(self.run_page(page, VORN_DOCS_APART="").returncode, 0)
+        left = {name for name in set(os.listdir("/dev/shm")) - before if name.startswith("vorn-docs-test")}
+        for name in left:
+            os.unlink(os.path.join("/dev/shm", name))
+        apart = subprocess.run(["unshare", "--mount", "--net", *([] if os.geteuid() == 0 else
+                                                                 ["--user", "--map-root-user"]), "true"],
+                               capture_output=True, check=False).returncode == 0
+        self.assertEqual(not left, apart)
 
     def test_python_is_run(self):
         self.passes(fence("python", "print(1)\n"))
