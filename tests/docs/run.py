@@ -23,9 +23,9 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 from pages import PageError, read_page  # noqa: E402
 
-BLOCK_SECONDS = 240  # only to end what hangs
+BLOCK_SECONDS = 600  # only to end what hangs
 LOOK_SECONDS = 1.0  # how long a program that runs until it is stopped is looked at
-APART = "VORN_DOCS_APART"  # set: it is done; "no": it is not wanted
+APART = "VORN_DOCS_APART"  # set: it is done
 # What of the tree a page may name by its path, as from the root of a clone.
 SHOWN = ("bus", "docs", "exchange", "ops", "public", "python", "sample-code", "scripts", "softcard",
          "tools", "web")
@@ -38,8 +38,6 @@ class Failed(Exception):
 
 def go_apart():
     """Starts this program again in namespaces of its own; returns when that cannot be."""
-    if os.environ.get(APART) == "no":
-        return
     if APART in os.environ:
         subprocess.run(["ip", "link", "set", "lo", "up"], stderr=subprocess.DEVNULL, check=False)
         return
@@ -62,6 +60,7 @@ class Run:
         self.page = page
         self.output = ""
         self.background = []
+        self.outputs = []  # files of what the blocks say
         self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="vorn-docs."))
         for name in SHOWN:
             (self.scratch / name).symlink_to(options.root / name)
@@ -84,6 +83,8 @@ class Run:
     def __exit__(self, *_):
         for process in self.background:
             _end_group(process)
+        for output in self.outputs:
+            output.close()
         shutil.rmtree(self.scratch, ignore_errors=True)
 
     def blocks(self):
@@ -135,6 +136,7 @@ class Run:
 
     def start(self, command, block, **where):
         out = tempfile.TemporaryFile(dir=self.scratch)
+        self.outputs.append(out)
         streams = {"stdin": subprocess.DEVNULL, "stdout": out, "stderr": subprocess.STDOUT, **where}
         process = subprocess.Popen(command, cwd=self.scratch, env=self.environment,
                                    start_new_session=True, **streams)
@@ -272,23 +274,34 @@ def runs_something(path):
         return False
 
 
-def main():
+def options_from(arguments):
+    """The options of a command line."""
     parser = argparse.ArgumentParser(description="Run what pages of the documentation show.")
     parser.add_argument("--root", type=pathlib.Path, required=True)
     parser.add_argument("--build", type=pathlib.Path, required=True)
     parser.add_argument("--python", default=sys.executable)
     parser.add_argument("--cxx", default="g++")
     parser.add_argument("pages", nargs="+", type=pathlib.Path)
-    options = parser.parse_args()
+    options = parser.parse_args(arguments)
     options.root, options.build = options.root.resolve(), options.build.resolve()
+    return options
+
+
+def run_page(options, path):
+    """Runs one page; returns how many blocks it ran. Raises Failed or PageError."""
+    with Run(options, read_page(path)) as run:
+        return run.blocks()
+
+
+def main():
+    options = options_from(sys.argv[1:])
     if any(runs_something(path) for path in options.pages):
         go_apart()
     failures = 0
     for path in options.pages:
         started = time.monotonic()
         try:
-            with Run(options, read_page(path)) as run:
-                count = run.blocks()
+            count = run_page(options, path)
             print(f"{path}: {count} blocks, {time.monotonic() - started:.1f} s", flush=True)
         except (Failed, PageError) as failure:
             print(failure, file=sys.stderr, flush=True)

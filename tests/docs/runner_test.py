@@ -1,6 +1,8 @@
 """What the runner of the documentation does with a page: what fails it, and what does not. RUN is the
 command line of run.py without a page."""
 
+import contextlib
+import io
 import os
 import pathlib
 import shlex
@@ -9,6 +11,7 @@ import sys
 import tempfile
 import unittest
 
+import run
 from pages import PageError, anchor_of, read_page
 
 
@@ -17,23 +20,23 @@ def fence(language, text):
 
 
 class Runner(unittest.TestCase):
-    def run_page(self, text, VORN_DOCS_APART="no"):
-        environment = {"VORN_DOCS_APART": VORN_DOCS_APART} if VORN_DOCS_APART else {}
+    def run_page(self, text):
         with tempfile.TemporaryDirectory() as folder:
             page = pathlib.Path(folder, "page.md")
             page.write_text(text, encoding="utf-8")
-            return subprocess.run([*shlex.split(os.environ["RUN"]), str(page)], capture_output=True,
-                                  text=True, check=False, env={**os.environ, **environment})
+            interpreter = 3  # words in front of the options: python -B run.py
+            options = run.options_from([*shlex.split(os.environ["RUN"])[interpreter:], str(page)])
+            with contextlib.redirect_stdout(io.StringIO()) as said:
+                run.run_page(options, page)
+            return said.getvalue()
 
     def passes(self, text):
-        run = self.run_page(text)
-        self.assertEqual(run.returncode, 0, run.stderr)
-        return run
+        return self.run_page(text)
 
     def fails(self, text, says):
-        run = self.run_page(text)
-        self.assertEqual(run.returncode, 1, run.stdout)
-        self.assertIn(says, run.stderr)
+        with self.assertRaises((run.Failed, PageError)) as failure:
+            self.run_page(text)
+        self.assertIn(says, str(failure.exception))
 
     def test_the_commands_of_a_page_run_in_one_folder(self):
         self.passes(fence("sh", "echo a > file\n") + "text\n\n" + fence("sh", "grep -q a file\n"))
@@ -58,8 +61,8 @@ class Runner(unittest.TestCase):
         self.fails("<!-- not run -->\n" + fence("sh", "exit 1\n"), "say why")
 
     def test_what_needs_a_program_that_is_missing_is_left_out_and_said(self):
-        run = self.passes("<!-- needs: no-such-program -->\n" + fence("sh", "exit 1\n"))
-        self.assertIn("left out, there is no no-such-program", run.stdout)
+        said = self.passes("<!-- needs: no-such-program -->\n" + fence("sh", "exit 1\n"))
+        self.assertIn("left out, there is no no-such-program", said)
         self.fails("<!-- needs: bash json -->\n" + fence("sh", "exit 1\n"), "status 1")
 
     def test_hidden_commands_run(self):
@@ -97,16 +100,31 @@ class Runner(unittest.TestCase):
         self.fails(fence("c", "int main(void) { return *\"\"; }}\n"), "page.md:2")
 
     def test_a_bus_of_a_page_is_its_own_where_the_kernel_allows_it(self):
-        page = fence("sh", "touch /dev/shm/vorn-docs-test.$$\nls /dev/shm\n")
-        before = set(os.listdir("/dev/shm"))
-        self.assertEqual(self.run_page(page, VORN_DOCS_APART="").returncode, 0)
+        with tempfile.TemporaryDirectory() as folder:
+            page = pathlib.Path(folder, "page.md")
+            page.write_text(fence("sh", "touch /dev/shm/vorn-docs-test.$$\n"), encoding="utf-8")
+            before = set(os.listdir("/dev/shm"))
+            done = subprocess.run([*shlex.split(os.environ["RUN"]), str(page)], capture_output=True,
+                                  text=True, check=False)
+        self.assertEqual(done.returncode, 0, done.stderr)
         left = {name for name in set(os.listdir("/dev/shm")) - before if name.startswith("vorn-docs-test")}
         for name in left:
             os.unlink(os.path.join("/dev/shm", name))
-        apart = subprocess.run(["unshare", "--mount", "--net", *([] if os.geteuid() == 0 else
-                                                                 ["--user", "--map-root-user"]), "true"],
-                               capture_output=True, check=False).returncode == 0
-        self.assertEqual(not left, apart)
+        user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+        allowed = subprocess.run(["unshare", "--mount", "--net", *user, "sh", "-c",
+                                  "mount -t tmpfs none /dev/shm && command -v ip"],
+                                 capture_output=True, check=False).returncode == 0
+        self.assertEqual(not left, allowed)
+
+    def test_the_status_says_whether_all_pages_did_what_they_say(self):
+        with tempfile.TemporaryDirectory() as folder:
+            good, bad = pathlib.Path(folder, "good.md"), pathlib.Path(folder, "bad.md")
+            good.write_text("# Good\n", encoding="utf-8")
+            bad.write_text("    indented\n", encoding="utf-8")
+            for pages, status in (([good], 0), ([bad, good], 1)):
+                done = subprocess.run([*shlex.split(os.environ["RUN"]), *map(str, pages)],
+                                      capture_output=True, text=True, check=False)
+                self.assertEqual(done.returncode, status, done.stderr)
 
     def test_python_is_run(self):
         self.passes(fence("python", "print(1)\n"))
