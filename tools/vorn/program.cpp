@@ -164,6 +164,7 @@ int run(int argc, const char* const* argv) {
     add_serve(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
+    add_convert(app, globals);
     add_info(app, globals);
     add_client(app, globals);
     add_check(app, globals);

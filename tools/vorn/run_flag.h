@@ -18,6 +18,12 @@ public:
     bool running() const;
     void stop();        // as a signal would; any thread
     int signal() const; // the signal that ended the run, 0 if none did
+    // Whether that signal came from somebody else: a person, another process. A software card ends
+    // a run by a signal of this process.
+    bool interrupted() const;
 };
+
+// Ends the run that there is, as RunFlag::stop(). For code that the feed calls.
+void stop_run();
 
 } // namespace vorn_cli

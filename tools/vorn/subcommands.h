@@ -17,6 +17,7 @@ void add_top(CLI::App& app, Globals& globals);
 void add_serve(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
+void add_convert(CLI::App& app, Globals& globals);
 void add_info(CLI::App& app, Globals& globals);
 void add_client(CLI::App& app, Globals& globals);
 void add_check(CLI::App& app, Globals& globals);

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace vorn_cli;
@@ -21,7 +22,24 @@ TEST(RunFlag, DropsToZeroAtTheFirstSignal) {
         EXPECT_FALSE(run.running());
         EXPECT_EQ(*run.flag(), 0);
         EXPECT_EQ(run.signal(), number);
+        EXPECT_FALSE(run.interrupted()) << "by this process itself";
     }
+}
+
+TEST(RunFlag, KnowsASignalOfSomebodyElse) {
+    RunFlag run;
+    const pid_t self = ::getpid();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::kill(self, SIGTERM);
+        ::_exit(0);
+    }
+    while (run.running()) {
+        ::usleep(100);
+    }
+    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(run.signal(), SIGTERM);
+    EXPECT_TRUE(run.interrupted());
 }
 
 TEST(RunFlag, StopsWithoutASignal) {
@@ -29,6 +47,11 @@ TEST(RunFlag, StopsWithoutASignal) {
     run.stop();
     EXPECT_FALSE(run.running());
     EXPECT_EQ(run.signal(), 0);
+    RunFlag again;
+    EXPECT_TRUE(again.running());
+    stop_run();
+    EXPECT_FALSE(again.running());
+    EXPECT_FALSE(again.interrupted());
 }
 
 TEST(RunFlag, TheSecondSignalEndsTheProgram) {

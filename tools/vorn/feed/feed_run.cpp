@@ -207,6 +207,7 @@ FeedReport run_feed(const FeedRunOptions& options, FeedWatcher& watcher) {
         tap.finish();
         report.counters = tap.counters();
         report.signal = run.signal();
+        report.interrupted = run.interrupted();
     }
     report.log = read_log(directory.path());
     for (std::string& text : report.log.last_errors) {

@@ -32,8 +32,9 @@ struct FeedLog {
 };
 
 struct FeedReport {
-    int result = 0; // of vorn_recv
-    int signal = 0; // that ended the run from outside, 0 if none did
+    int result = 0;           // of vorn_recv
+    int signal = 0;           // that ended the run from outside, 0 if none did
+    bool interrupted = false; // ... and it was not the end of a software card's source
     TapCounters counters;
     FeedLog log;
     std::chrono::nanoseconds elapsed{};
