@@ -18,7 +18,8 @@ vorn_packages=(
     "python3:reports, and tests against a model of the feed"
 )
 vorn_test_packages=( # a test that misses its own is left out
-    "python3-numpy:tests of the bus from Python"
+    "python3-numpy:tests of the bus and of research files from Python"
+    "python3-matplotlib:tests of the pictures of a session"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
     "tmux:tests of vorn top in a terminal"

@@ -11,6 +11,10 @@
         batch.events                         # phases, gaps, restarts among them
         batch.lost                           # records that this reader was too slow for
 
+and what `vorn convert` writes of one, for research:
+
+    rows = vorn.load("session.npy")          # a structured array, a row an update or an event
+
 Nothing here can slow the feed: the file is mapped read-only, and the writer knows of no reader. It
 needs numpy and a machine on which loads are not reordered (x86-64).
 """
@@ -26,8 +30,10 @@ import time
 import numpy as np
 
 from vorn import _layout as layout
+from vorn._files import EVENTS, FileError, events, exchange_time, load, updates
 
-__all__ = ["Batch", "Bus", "BusError", "Event", "open"]
+__all__ = ["Batch", "Bus", "BusError", "EVENTS", "Event", "FileError", "events", "exchange_time",
+           "load", "open", "updates"]
 
 _WORD = 0xFFFFFFFFFFFFFFFF
 _TRIES = 10000  # a slot that is still being written then has a writer that is stopped or dead

@@ -89,11 +89,24 @@ void fill_text(const DuckdbLibrary& duckdb, DuckdbHandle vector, const RowColumn
     }
 }
 
-void fill_numbers(char* to, std::size_t offset, std::size_t size,
-                  std::span<const ResearchRow> rows) {
+template <std::size_t kSize>
+void copy_numbers(char* to, std::size_t offset, std::span<const ResearchRow> rows) {
     for (const ResearchRow& row : rows) {
-        std::memcpy(to, reinterpret_cast<const char*>(&row) + offset, size);
-        to += size;
+        std::memcpy(to, reinterpret_cast<const char*>(&row) + offset, kSize);
+        to += kSize;
+    }
+}
+
+void fill_numbers(void* to, std::size_t offset, std::size_t size,
+                  std::span<const ResearchRow> rows) {
+    char* const bytes = static_cast<char*>(to);
+    switch (size) {
+    case 2:
+        return copy_numbers<2>(bytes, offset, rows);
+    case 4:
+        return copy_numbers<4>(bytes, offset, rows);
+    default:
+        return copy_numbers<8>(bytes, offset, rows);
     }
 }
 
@@ -111,8 +124,8 @@ void fill(DuckdbHandle /*info*/, DuckdbHandle chunk) {
             if (column.type == RowColumn::Type::kText) {
                 fill_text(duckdb, vector, column, rows);
             } else {
-                fill_numbers(static_cast<char*>(duckdb.vector_get_data(vector)),
-                             column.offset + part * size, size, rows);
+                fill_numbers(duckdb.vector_get_data(vector), column.offset + part * size, size,
+                             rows);
             }
         }
     }
