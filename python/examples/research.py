@@ -1,6 +1,6 @@
 """A session in pictures: mid and spread, depth over time, message rates.
 
-    vorn sim -o session.pcap --seconds 300 --instruments 120 --rate 2000 --seed 3 --fault gap@130
+    vorn sim -o session.pcap --seconds 300 --instruments 120 --rate 1000 --seed 3 --fault gap@130
     vorn convert session.pcap -o session.npy
     PYTHONPATH=python python3 python/examples/research.py session.npy --pictures pictures
 

@@ -214,10 +214,10 @@ class ExampleTest(unittest.TestCase):
         for name, file in self.pictures("second").items():
             self.assertEqual(_digest(file), _digest(first[name]), name)
 
-    # The colours of bids and asks: blue below orange, in every column that has both.
-    def test_bids_lie_below_asks(self):
-        from matplotlib.image import imread
-        picture = imread(self.pictures("depth")["research-depth.png"])[:, :800, :3]
+        self.bids_lie_below_asks(imread(first["research-depth.png"])[:, :800, :3])
+
+    # By their colours, in every column that has both.
+    def bids_lie_below_asks(self, picture):
         red, blue = picture[:, :, 0], picture[:, :, 2]
         bids, asks = blue - red > 0.3, red - blue > 0.3
         height = np.arange(len(picture))[:, None]
