@@ -67,6 +67,14 @@ void DataOut::flush() {
     buffer_.clear();
 }
 
+std::string DataOut::keep() {
+    if (file_ == nullptr) {
+        return {};
+    }
+    file_->keep();
+    return file_->path();
+}
+
 void DataOut::close() {
     flush();
     if (file_ != nullptr) {

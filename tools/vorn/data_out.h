@@ -32,6 +32,8 @@ public:
     void line(std::string_view text);        // adds the line end
     void json(const nlohmann::json& object); // one line; bytes that are not UTF-8 are replaced
     void flush();
+    // Leaves a file without its name and says where it is; it has what was flushed.
+    std::string keep();
     // Writes what is buffered and gives a file its name.
     void close();
 

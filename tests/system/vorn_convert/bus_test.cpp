@@ -6,10 +6,13 @@
 #include "bus/bus_writer.h"
 #include "tests/support/bus_records.h"
 #include "tests/system/bus/process.h"
+#include "tests/system/vorn_check/run_program.h"
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <sys/resource.h>
 
 using bus_test::becomes_true;
 using bus_test::Process;
@@ -157,6 +160,26 @@ TEST_F(ConvertBus, WhatItWasTooSlowForIsARowAndAStatus) {
     EXPECT_GT(lost, 0u);
 }
 
+// What came from a bus cannot be had again: it is kept when it cannot be finished.
+TEST_F(ConvertBus, ADiskThatIsFullCostsNothingOfWhatIsThere) {
+    publish(400);
+    for (const char* file : {"full.npy", "full.csv"}) {
+        const auto run = vorn_check::run_program(
+            {VORN_PROGRAM, "convert", "--bus", bus_, "--no-follow", "-o", name(file)},
+            directory_.path(), [] {
+                const rlimit limit{50'000, 50'000};
+                ::setrlimit(RLIMIT_FSIZE, &limit);
+            });
+        EXPECT_EQ(run.exit_status, 1);
+        EXPECT_TRUE(contains(run.err, "cannot be written: File too large; the rows until then are "
+                                      "in " +
+                                          name(file) + ".part"))
+            << run.err;
+        EXPECT_FALSE(std::filesystem::exists(name(file)));
+        EXPECT_EQ(read_research_file(name("full.npy.part")).problem, "");
+    }
+}
+
 // A file whose writer is killed, at moments of every kind: it loads, and every row of it is whole.
 TEST_F(ConvertBus, AKilledWriterLeavesAFileThatLoads) {
     publish(10);
@@ -194,7 +217,10 @@ TEST_F(ConvertBus, AKilledConversionOfACaptureLeavesABeginning) {
     for (std::size_t wanted = 0; wanted < whole.rows.size(); wanted += 10000) {
         Process process({VORN_PROGRAM, "convert", "-f", name("s.pcap"), "-o", name("k.npy")});
         ASSERT_TRUE(becomes_true([&] {
-            return rows_in("k.npy.part") >= wanted || std::filesystem::exists(name("k.npy"));
+            std::error_code error;
+            const auto size = std::filesystem::file_size(name("k.npy.part"), error);
+            return (!error && size >= wanted * sizeof(ResearchRow)) ||
+                   std::filesystem::exists(name("k.npy"));
         }));
         process.send(SIGKILL);
         process.wait();

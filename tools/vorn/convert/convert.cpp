@@ -141,8 +141,8 @@ int run_convert(const ConvertOptions& options, const Globals& globals) {
     }
     const Input input = choose_input(options);
     const bool only_once = input.kind == SourceKind::kBus;
-    if (only_once && format != RowFormat::kCsv) {
-        refuse_left_behind(output + (format == RowFormat::kNpy ? ".part" : ".rows.npy.part"),
+    if (only_once && !output.empty()) {
+        refuse_left_behind(output + (format == RowFormat::kParquet ? ".rows.npy.part" : ".part"),
                            globals.force);
     }
     const std::unique_ptr<RowSink> sink =

@@ -56,8 +56,10 @@ DuckdbLibrary::DuckdbLibrary(const std::string& path) : path_(path) {
     const auto take = [this](const char* name, auto& function) {
         find(handle_, path_, name, function);
     };
-    take("library_version", library_version);
-    take("open", open);
+    take("create_config", create_config);
+    take("set_config", set_config);
+    take("destroy_config", destroy_config);
+    take("open_ext", open_ext);
     take("close", close);
     take("connect", connect);
     take("disconnect", disconnect);

@@ -37,8 +37,12 @@ public:
 
     const std::string& path() const { return path_; }
 
-    const char* (*library_version)() = nullptr;
-    int (*open)(const char* path, DuckdbHandle* database) = nullptr; // 0: fine
+    // What returns an int returns 0 when all is well.
+    int (*create_config)(DuckdbHandle* config) = nullptr;
+    int (*set_config)(DuckdbHandle config, const char* name, const char* value) = nullptr;
+    void (*destroy_config)(DuckdbHandle* config) = nullptr;
+    int (*open_ext)(const char* path, DuckdbHandle* database, DuckdbHandle config,
+                    char** error) = nullptr;
     void (*close)(DuckdbHandle* database) = nullptr;
     int (*connect)(DuckdbHandle database, DuckdbHandle* connection) = nullptr;
     void (*disconnect)(DuckdbHandle* connection) = nullptr;

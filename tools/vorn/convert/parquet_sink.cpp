@@ -133,12 +133,21 @@ void fill(DuckdbHandle /*info*/, DuckdbHandle chunk) {
     duckdb.data_chunk_set_size(chunk, count);
 }
 
-// A database in memory with one connection.
+// A database in memory with one connection. It starts no thread, so that nobody but the caller has
+// a say in the order of things, and fetches nothing.
 class Database {
 public:
     explicit Database(const DuckdbLibrary& duckdb) : duckdb_(duckdb) {
-        if (duckdb_.open(nullptr, &database_) != 0 ||
-            duckdb_.connect(database_, &connection_) != 0) {
+        DuckdbHandle config = nullptr;
+        const bool fine =
+            duckdb_.create_config(&config) == 0 &&
+            duckdb_.set_config(config, "threads", "1") == 0 &&
+            duckdb_.set_config(config, "preserve_insertion_order", "true") == 0 &&
+            duckdb_.set_config(config, "autoinstall_known_extensions", "false") == 0 &&
+            duckdb_.open_ext(nullptr, &database_, config, nullptr) == 0 &&
+            duckdb_.connect(database_, &connection_) == 0;
+        duckdb_.destroy_config(&config);
+        if (!fine) {
             release();
             throw Failure(kFailed, "DuckDB cannot be started");
         }
@@ -220,10 +229,6 @@ public:
         Source source{&duckdb_, mapped.rows(), 0};
         g_source = &source;
         Database database(duckdb_);
-        // Nothing is fetched, and no thread but this one has a say in what the file looks like.
-        database.run("SET autoinstall_known_extensions = false");
-        database.run("SET threads = 1");
-        database.run("SET preserve_insertion_order = true");
         database.add_function("vorn_rows");
         database.run(fmt::format("COPY (SELECT * FROM vorn_rows()) TO {} (FORMAT parquet, "
                                  "COMPRESSION zstd, ROW_GROUP_SIZE 122880, USE_TMP_FILE false)",

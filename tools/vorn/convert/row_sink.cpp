@@ -8,8 +8,8 @@
 #include "tools/vorn/globals.h"
 #include "tools/vorn/record/csv_row.h"
 
+#include <csignal>
 #include <fmt/format.h>
-
 #include <unistd.h>
 
 namespace vorn_cli {
@@ -55,7 +55,7 @@ public:
     }
     void flush() override { out_.flush(); }
     void finish() override { out_.close(); }
-    std::string leave() override { return {}; }
+    std::string leave() override { return out_.keep(); }
     uint64_t bytes() const override { return to_file_ ? bytes_ : 0; }
 
 private:
@@ -99,6 +99,7 @@ RowFormat choose_row_format(const std::string& output, const std::string& name) 
 }
 
 std::unique_ptr<RowSink> open_row_sink(const SinkOptions& options) {
+    ::signal(SIGXFSZ, SIG_IGN); // a limit on the size of files is met as a full disk
     switch (options.format) {
     case RowFormat::kNpy:
         return std::make_unique<NpySink>(options);
