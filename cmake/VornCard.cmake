@@ -10,18 +10,9 @@ endif()
 
 set(VORN_CARD_IN_USE softcard)
 if(VORN_CARD STREQUAL "exanic")
-  find_path(EXANIC_INCLUDE_DIR exanic/exanic.h)
-  find_library(EXANIC_LIBRARY NAMES libexanic.a exanic)
-  if(EXANIC_INCLUDE_DIR AND EXANIC_LIBRARY)
+  find_package(Exanic MODULE)
+  if(Exanic_FOUND)
     set(VORN_CARD_IN_USE exanic)
-    add_library(exanic_real STATIC IMPORTED)
-    set_target_properties(exanic_real PROPERTIES
-      IMPORTED_LOCATION ${EXANIC_LIBRARY}
-      INTERFACE_INCLUDE_DIRECTORIES ${EXANIC_INCLUDE_DIR})
-    add_library(exanic_real_headers INTERFACE)
-    target_include_directories(exanic_real_headers SYSTEM INTERFACE ${EXANIC_INCLUDE_DIR})
-    add_library(exanic::exanic ALIAS exanic_real)
-    add_library(exanic::headers ALIAS exanic_real_headers)
     message(STATUS "Card: real libexanic, ${EXANIC_LIBRARY}")
   else()
     message(WARNING "VORN_CARD=exanic, but libexanic was not found (headers: "

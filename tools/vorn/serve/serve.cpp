@@ -4,6 +4,7 @@
 
 #include "tools/vorn/exit_code.h"
 #include "tools/vorn/messages.h"
+#include "tools/vorn/own_files.h"
 #include "tools/vorn/run_flag.h"
 #include "tools/vorn/serve/access.h"
 #include "tools/vorn/serve/listen_address.h"
@@ -49,15 +50,14 @@ void refuse_open_door(const ListenAddress& address, const std::string& token) {
     }
 }
 
-// The folder that was asked for, or the one that the project builds, if it is there.
+// The folder that was asked for, or the one that comes with the program, if the page is in it.
 std::string chosen_web(const ServeOptions& options) {
     if (!options.web.empty()) {
         return options.web;
     }
+    const std::string own = own_folder("web");
     std::error_code ignored;
-    return std::filesystem::exists(std::string(VORN_WEB_DIR) + "/index.html", ignored)
-               ? VORN_WEB_DIR
-               : "";
+    return std::filesystem::exists(own + "/index.html", ignored) ? own : "";
 }
 
 int run_serve(const ServeOptions& options, const Globals& globals) {
@@ -133,7 +133,7 @@ void add_serve(CLI::App& app, Globals& globals) {
     sub.add_option("--token-file", options->token_file, "the same, from the first line of a file")
         ->option_text("FILE")
         ->excludes(token);
-    sub.add_option("--web", options->web, "folder of the built page, if not the project's own")
+    sub.add_option("--web", options->web, "folder of the built page, if not the program's own")
         ->option_text("DIR");
     add_message_flags(sub, globals);
     on_run(sub, globals, [options](const Globals& g) { return run_serve(*options, g); });
