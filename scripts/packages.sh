@@ -20,6 +20,8 @@ vorn_packages=(
 vorn_test_packages=( # a test that misses its own is left out
     "python3-numpy:tests of the bus and of research files from Python"
     "python3-matplotlib:tests of the pictures of a session"
+    "python3-numpy:tests of the bus from Python"
+    "man-db:tests of the manual"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
     "tmux:tests of vorn top in a terminal"
