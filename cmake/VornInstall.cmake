@@ -70,3 +70,31 @@ install(FILES tools/wireshark/vorn.lua
 
 install(DIRECTORY python/vorn DESTINATION ${VORN_INSTALL_PYTHONDIR} COMPONENT python
   FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+
+install(FILES packaging/systemd/vorn@.service packaging/systemd/vorn-serve@.service
+  DESTINATION ${VORN_INSTALL_UNITDIR} COMPONENT tools)
+install(FILES packaging/systemd/vorn.sysusers RENAME vorn.conf
+  DESTINATION lib/sysusers.d COMPONENT tools)
+
+set(vorn_documents ${CMAKE_INSTALL_DATADIR}/doc/vorn)
+install(FILES README.md ARCHITECTURE.md CHANGELOG.md
+  DESTINATION ${vorn_documents} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${vorn_documents} COMPONENT documentation)
+foreach(folder exchange_sim faults softcard)
+  install(FILES ${folder}/README.md
+    DESTINATION ${vorn_documents}/${folder} COMPONENT documentation)
+endforeach()
+install(FILES sample-code/demo/callback_a/ApiDemoCallback.cpp
+  DESTINATION ${vorn_documents}/examples/recorder COMPONENT documentation)
+foreach(language c cmake pkgconfig python card)
+  install(DIRECTORY tests/packaging/foreign_${language}/
+    DESTINATION ${vorn_documents}/examples/${language} COMPONENT documentation)
+endforeach()
+
+# Archives keep the symbols that linking needs and lose those of the debugger, when packaging.
+install(CODE "
+  if(CMAKE_INSTALL_DO_STRIP OR CPACK_INSTALL_DO_STRIP OR \"${VORN_DEBUG_PACKAGES}\")
+    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
+      \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_md.a
+      \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_softcard.a)
+  endif()" COMPONENT development)

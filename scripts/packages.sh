@@ -20,8 +20,9 @@ vorn_packages=(
 vorn_test_packages=( # a test that misses its own is left out
     "python3-numpy:tests of the bus and of research files from Python"
     "python3-matplotlib:tests of the pictures of a session"
-    "python3-numpy:tests of the bus from Python"
     "man-db:tests of the manual"
+    "lintian:tests of the packages"
+    "systemd:tests of the service"
     "valgrind:instruction counts in the tests"
     "tshark:tests of the Wireshark dissector"
     "tmux:tests of vorn top in a terminal"
@@ -35,6 +36,15 @@ vorn_docs_packages=(
 vorn_lab_packages=(
     "iproute2:network namespaces of the lab"
     "ethtool:offloads of the lab's links"
+)
+vorn_package_packages=(
+    "dpkg-dev:makes packages"
+    "file:makes packages"
+    "lintian:checks packages"
+    "man-db:checks the manual"
+    "pkgconf:checks that the library is found"
+    "debootstrap:clean root that packages are installed in"
+    "debian-archive-keyring:what debootstrap trusts"
 )
 vorn_clang_packages=(
     "clang-14:compiler of the fuzz targets and of the coverage build"

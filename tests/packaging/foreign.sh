@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# foreign.sh PROJECTS WORK: builds and runs the four foreign projects below PROJECTS in the folder
+# foreign.sh PROJECTS WORK: builds and runs the four foreign projects PROJECTSc, PROJECTScmake,
+# PROJECTSpkgconfig and PROJECTSpython (a folder with a slash, or the beginning of names) in the folder
 # WORK, with whatever compiler, CMake, pkg-config and Python find: the caller has installed Vorn
 # where they look, or has told them (CMAKE_PREFIX_PATH, PKG_CONFIG_PATH, LD_LIBRARY_PATH, PYTHONPATH).
 #
@@ -46,38 +47,38 @@ runs() { # NAME COMMAND...: it prints "updates N restarts 0", with the N of all 
     echo "$name: $said"
 }
 
-builds_with_cmake() { # FOLDER
-    cmake -S "$projects/$1" -B "$work/$1" -DCMAKE_BUILD_TYPE=Release > "$1.log" 2>&1 &&
+builds_with_cmake() { # NAME
+    cmake -S "$projects$1" -B "$work/$1" -DCMAKE_BUILD_TYPE=Release > "$1.log" 2>&1 &&
         cmake --build "$work/$1" >> "$1.log" 2>&1 || {
         cat "$1.log" >&2
         fail "$1 does not build"
     }
 }
 
-builds_with_cmake foreign_c
-runs "C, find_package" foreign_c/consumer session.ini
-runs "C, find_package, software card" foreign_c/consumer_test session.ini
+builds_with_cmake c
+runs "C, find_package" c/consumer session.ini
+runs "C, find_package, software card" c/consumer_test session.ini
 # The first has the feed from the library that is installed, the other in itself.
-[[ $(ldd foreign_c/consumer) == *"libvorn_md.so.0 => /"* ]] || fail "consumer has its own feed"
-[[ $(ldd foreign_c/consumer_test) != *libvorn* ]] || fail "consumer_test has no feed of its own"
+[[ $(ldd c/consumer) == *"libvorn_md.so.0 => /"* ]] || fail "consumer has its own feed"
+[[ $(ldd c/consumer_test) != *libvorn* ]] || fail "consumer_test has no feed of its own"
 
-builds_with_cmake foreign_cmake
-runs "C++, find_package" foreign_cmake/strategy session.ini
-runs "C++, find_package, software card" foreign_cmake/strategy_test session.ini
+builds_with_cmake cmake
+runs "C++, find_package" cmake/strategy session.ini
+runs "C++, find_package, software card" cmake/strategy_test session.ini
 
-mkdir -p foreign_pkgconfig
-cp "$projects"/foreign_pkgconfig/* foreign_pkgconfig/
-make -s -C foreign_pkgconfig > foreign_pkgconfig.log 2>&1 || {
-    cat foreign_pkgconfig.log >&2
-    fail "foreign_pkgconfig does not build"
+mkdir -p pkgconfig
+cp "${projects}pkgconfig"/* pkgconfig/
+make -s -C pkgconfig > pkgconfig.log 2>&1 || {
+    cat pkgconfig.log >&2
+    fail "pkgconfig does not build"
 }
-runs "C++, pkg-config" foreign_pkgconfig/counter session.ini
-runs "C++, pkg-config, software card" foreign_pkgconfig/counter_test session.ini
+runs "C++, pkg-config" pkgconfig/counter session.ini
+runs "C++, pkg-config, software card" pkgconfig/counter_test session.ini
 
 vorn publish --config session.ini --bus "$bus" -q > publish.log 2>&1 || {
     cat publish.log >&2
     fail "vorn publish"
 }
-runs "Python" "$python" "$projects/foreign_python/research.py" "$bus"
-[[ $(foreign_cmake/watcher "$bus") =~ ^instruments\ [1-9][0-9]*$ ]] || fail "watcher"
+runs "Python" "$python" "${projects}python/research.py" "$bus"
+[[ $(cmake/watcher "$bus") =~ ^instruments\ [1-9][0-9]*$ ]] || fail "watcher"
 echo "the four foreign projects agree"

@@ -33,7 +33,7 @@ fi
 [[ $(readelf -d "$libraries/libvorn_md.so") == *"Library soname: [libvorn_md.so.0]"* ]] ||
     fail "the shared library has no versioned name"
 
-"$source_tree/tests/packaging/foreign.sh" "$source_tree/tests/packaging" "$work/foreign"
+"$source_tree/tests/packaging/foreign.sh" "$source_tree/tests/packaging/foreign_" "$work/foreign"
 
 # With the card maker's library, found by its own module.
 mkdir -p "$work/maker/lib" "$work/maker/include"

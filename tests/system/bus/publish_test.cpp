@@ -12,9 +12,12 @@
 #include <nlohmann/json.hpp>
 
 #include <csignal>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <sched.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -176,5 +179,60 @@ TEST_F(VornPublish, EndsInOrderOnATerminationSignal) {
     EXPECT_EQ(publish.wait().status, 0) << publish.wait().err;
     EXPECT_EQ(bus->writer_state(), vorn_bus::WriterState::kClosed);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) &&                                                              \
+    !defined(__SANITIZE_THREAD__) // which make mlockall do nothing
+
+bool may_lock_memory() {
+    constexpr std::size_t kMuch = std::size_t{1} << 30;
+    void* room = ::mmap(nullptr, kMuch, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    const bool may = ::mlock2(room, kMuch, MLOCK_ONFAULT) == 0;
+    ::munmap(room, kMuch);
+    return may;
+}
+
+// kB of the process that are locked.
+long locked_kb(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmLck:")) {
+            return std::stol(line.substr(6));
+        }
+    }
+    return 0;
+}
+
+TEST_F(VornPublish, KeepsItsMemoryInRamWhereThatIsAllowed) {
+    if (!may_lock_memory()) {
+        GTEST_SKIP() << "this user may lock no memory";
+    }
+    auto words = command("sim:seed=5&instruments=20&seconds=3600&speed=1");
+    words.emplace_back("--lock-memory");
+    Process publish(words);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    // The feed's cache alone is 200 MiB.
+    while (std::chrono::steady_clock::now() < until && locked_kb(publish.pid()) < 204800) {
+        ::usleep(2000);
+    }
+    EXPECT_GE(locked_kb(publish.pid()), 204800);
+    publish.send(SIGINT);
+    EXPECT_EQ(publish.wait().status, 0) << publish.wait().err;
+}
+
+TEST_F(VornPublish, SaysThatItMayNotLockItsMemory) {
+    std::vector<std::string> words = {"/usr/bin/prlimit", "--memlock=0:0"};
+    if (::geteuid() == 0) { // whom no limit binds while root has the capability
+        words.insert(words.begin(), {"/usr/bin/setpriv", "--bounding-set=-ipc_lock"});
+    }
+    for (const std::string& word : command("sim:seed=5&eof=stop")) {
+        words.push_back(word);
+    }
+    words.emplace_back("--lock-memory");
+    Process publish(words);
+    EXPECT_EQ(publish.wait().status, 1);
+    EXPECT_THAT(publish.wait().err, HasSubstr("the memory cannot be locked: "));
+}
+
+#endif
 
 } // namespace

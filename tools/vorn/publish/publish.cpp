@@ -9,6 +9,7 @@
 #include "tools/vorn/feed/run_summary.h"
 #include "tools/vorn/messages.h"
 #include "tools/vorn/progress.h"
+#include "tools/vorn/publish/memory_lock.h"
 #include "tools/vorn/publish/pulse.h"
 #include "tools/vorn/subcommands.h"
 
@@ -25,6 +26,7 @@ struct PublishOptions {
     std::string config;
     std::string bus = vorn_bus::kDefaultName;
     uint64_t ring = vorn_bus::WriterOptions{}.ring_records;
+    bool lock_memory = false;
 };
 
 // The feed's consumer: everything on the feed's thread, which nothing here holds up.
@@ -79,6 +81,9 @@ int run_publish(const PublishOptions& options, const Globals& globals) {
                                   "'-' and '.', as in --bus live)",
                                   options.bus));
     }
+    if (options.lock_memory) {
+        lock_memory();
+    }
     const vorn_bus::WriterOptions writer_options{options.bus, options.ring};
     vorn_bus::BusWriter writer(writer_options);
     Publisher publisher(writer, globals);
@@ -126,6 +131,8 @@ void add_publish(CLI::App& app, Globals& globals) {
                 CLI::detail::lexical_cast(text, records) && vorn_bus::is_ring_size(records);
             return fine ? std::string() : "must be a power of two from 1024 to 16777216";
         });
+    sub.add_flag("--lock-memory", options->lock_memory,
+                 "keep the process in RAM, with all it will need; takes an unlimited ulimit -l");
     add_json_flag(sub, globals);
     add_message_flags(sub, globals);
     on_run(sub, globals, [options](const Globals& g) { return run_publish(*options, g); });
