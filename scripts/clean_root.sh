@@ -30,9 +30,17 @@ in_clean() {
         HOME=/root chroot "$clean" "$@"
 }
 
+# What programs expect, and no more of this machine than that.
 mounted() {
-    mount -t proc proc "$clean/proc"
-    mount --rbind /dev "$clean/dev"
+    local device
+    mount -t proc proc "$clean/proc" 2> /dev/null || mount --rbind /proc "$clean/proc"
+    mount -t tmpfs -o mode=755 tmpfs "$clean/dev"
+    for device in null zero full random urandom tty; do
+        touch "$clean/dev/$device"
+        mount --bind "/dev/$device" "$clean/dev/$device"
+    done
+    ln -s /proc/self/fd "$clean/dev/fd"
+    mkdir "$clean/dev/shm"
     mount -t tmpfs -o mode=1777 tmpfs "$clean/dev/shm"
     mount -t tmpfs -o mode=1777 tmpfs "$clean/tmp"
     cp /etc/resolv.conf "$clean/etc/resolv.conf"
@@ -76,8 +84,6 @@ fi
 mkdir -p "$clean/packages" "$clean/checks"
 cp "$root"/build/packages/*.deb "$clean/packages/"
 cp "$root"/tests/packaging/{foreign.sh,installed_checks.sh} "$clean/checks/"
-in_clean find / -xdev -type f -not -path '/packages/*' -not -path '/var/*' -not -path '/checks/*' \
-    > "$root/build/clean-root.before"
 echo "clean-root: installing"
 in_clean sh -c 'apt-get install -y -q --no-install-recommends /packages/*.deb' \
     > "$root/build/clean-root.log" 2>&1 || {
@@ -88,15 +94,14 @@ in_clean id vorn > /dev/null || fail "installing made no user for the service"
 # As somebody who has no rights: the checks need none.
 in_clean useradd --no-create-home somebody
 chmod 1777 "$clean/checks"
-in_clean setpriv --reuid somebody --clear-groups --init-groups \
+in_clean setpriv --reuid somebody --regid somebody --init-groups \
     /checks/installed_checks.sh /checks "$root"
 
-for package in "$clean"/packages/*-dbgsym_*.deb; do
-    for file in $(dpkg-deb -c "$package" | awk '/\.debug$/ { print $6 }'); do
-        in_clean readelf --debug-dump=info "$file" 2> /dev/null | head -n 40 |
-            grep -q ExanicMd || in_clean readelf -S "$file" 2> /dev/null | grep -c debug_info > /dev/null ||
-            fail "$package has no debug symbols"
-    done
+for program in "$clean"/usr/bin/{vorn,ApiDemoCallback} "$clean"/usr/lib/*/libvorn_md.so.0; do
+    id=$(readelf -n "$program" | awk '/Build ID:/ { print $3 }')
+    symbols=$clean/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug
+    [ -f "$symbols" ] || fail "$program has no debug symbols"
+    [[ $(readelf -SW "$symbols") == *.debug_info* ]] || fail "the debug symbols of $program are none"
 done
 
 in_clean sh -c 'dpkg --purge $(dpkg-query -W -f "\${Package}\n" "*vorn*")' > "$root/build/clean-root.log" 2>&1 ||
@@ -104,5 +109,6 @@ in_clean sh -c 'dpkg --purge $(dpkg-query -W -f "\${Package}\n" "*vorn*")' > "$r
 left=$(in_clean find / -xdev -name '*vorn*' -not -path '/packages/*' -not -path '/checks/*' \
     -not -path '/var/lib/systemd/*' -not -path '/var/log/*' -not -path '/var/cache/*')
 [ -z "$left" ] || fail "removed, but there is still: $left"
+umount -R "$clean/proc" "$clean/dev" "$clean/tmp"
 rm -rf --one-file-system "$clean"
 echo "clean-root: installed, checked and removed"

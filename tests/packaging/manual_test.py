@@ -144,5 +144,15 @@ class Completion(unittest.TestCase):
             self.assertEqual(self.complete("replay", "--speed", f"{folder}/d"), [])
 
 
+class Documents(unittest.TestCase):
+    def test_the_projects_of_the_page_about_installing_are_those_that_are_built(self):
+        tree = pathlib.Path(__file__).resolve().parents[2]
+        text = (tree / "docs/install.md").read_text(encoding="utf-8")
+        shown = re.findall(r"<!-- file: (\S+) -->\n```\w+\n(.*?)```\n", text, re.S)
+        self.assertEqual(len(shown), 5)
+        for path, body in shown:
+            self.assertEqual(body, (tree / path).read_text(encoding="utf-8"), path)
+
+
 if __name__ == "__main__":
     unittest.main()
