@@ -93,7 +93,7 @@ endforeach()
 
 # Archives keep the symbols that linking needs and lose those of the debugger, when packaging.
 install(CODE "
-  if(CMAKE_INSTALL_DO_STRIP OR CPACK_INSTALL_DO_STRIP OR \"${VORN_DEBUG_PACKAGES}\")
+  if(CMAKE_INSTALL_DO_STRIP OR \"${VORN_DEBUG_PACKAGES}\")
     execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
       \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_md.a
       \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_softcard.a)
