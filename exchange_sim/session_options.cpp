@@ -310,7 +310,7 @@ std::string session_options_help() {
     for (const Key& key : kKeys) {
         std::string name(key.name);
         std::string default_text(key.default_text);
-        name.resize(18, ' ');
+        name.resize(20, ' ');
         default_text.resize(18, ' ');
         text.append(name).append(default_text).append(key.meaning).append("\n");
     }
