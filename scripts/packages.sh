@@ -12,6 +12,7 @@ vorn_packages=(
     "libssl-dev:checksums of captures"
     "libcpp-httplib-dev:the page of a running feed"
     "prometheus-cpp-dev:metrics of a running feed"
+    "libnats-dev:vorn fanout and vorn tap"
     "libgtest-dev:tests"
     "libgmock-dev:tests"
     "libncurses-dev:screen of vorn top"
@@ -28,6 +29,7 @@ vorn_test_packages=( # a test that misses its own is left out
     "tmux:tests of vorn top in a terminal"
     "chromium:tests of the page in a browser"
     "prometheus:tests of metrics and alerts"
+    "nats-server:tests of vorn fanout and vorn tap"
 )
 vorn_docs_packages=(
     "doxygen:API pages of the documentation"

@@ -162,6 +162,8 @@ int run(int argc, const char* const* argv) {
     add_publish(app, globals);
     add_top(app, globals);
     add_serve(app, globals);
+    add_fanout(app, globals);
+    add_tap(app, globals);
     add_replay(app, globals);
     add_verify(app, globals);
     add_convert(app, globals);

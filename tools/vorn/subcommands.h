@@ -15,6 +15,8 @@ void add_record(CLI::App& app, Globals& globals);
 void add_publish(CLI::App& app, Globals& globals);
 void add_top(CLI::App& app, Globals& globals);
 void add_serve(CLI::App& app, Globals& globals);
+void add_fanout(CLI::App& app, Globals& globals);
+void add_tap(CLI::App& app, Globals& globals);
 void add_replay(CLI::App& app, Globals& globals);
 void add_verify(CLI::App& app, Globals& globals);
 void add_convert(CLI::App& app, Globals& globals);
