@@ -32,6 +32,9 @@ class StreamReader {
 public:
     // Nothing is asked of a server yet.
     StreamReader(const NatsLink& link, std::string stream, std::string subject, ReadFrom from);
+    ~StreamReader();
+    StreamReader(const StreamReader&) = delete;
+    StreamReader& operator=(const StreamReader&) = delete;
     // Goes on behind a message that was read earlier, whatever `from` was.
     void resume_behind(uint64_t sequence);
 
@@ -47,13 +50,17 @@ public:
 
 private:
     bool open();
+    bool add_consumer(std::string& trouble);
     void give_up(const std::string& why);
+    bool is_status(natsMsg* message) const;
+    bool take(StreamMessage& message);
 
     const NatsLink& link_;
     const std::string stream_;
     const std::string subject_;
     const ReadFrom from_;
     NatsPtr<natsSubscription> subscription_;
+    std::string consumer_; // what the server calls this reader
     uint64_t position_ = 0;
     bool resumed_ = false;
     bool opened_ = false;
@@ -63,6 +70,7 @@ private:
     uint64_t expected_ = 0;  // number that the server's next message to this reader has
     uint64_t reopened_ = 0;
     uint64_t next_open_ns_ = 0;
+    uint64_t heard_ns_ = 0; // when the server last sent anything
     std::string trouble_;
 };
 
