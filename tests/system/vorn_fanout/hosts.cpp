@@ -1,7 +1,10 @@
 #include "hosts.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <sched.h>
 #include <unistd.h>
 
@@ -13,6 +16,21 @@ bool shell(const std::string& command) {
     return std::system((command + " > /dev/null 2>&1").c_str()) == 0;
 }
 
+constexpr char kPrefix[] = "vornft"; // then the process's number
+
+// Namespaces of tests that were killed.
+void remove_leftovers() {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/run/netns", ignored)) {
+        const std::string name = entry.path().filename();
+        const int pid =
+            name.starts_with(kPrefix) ? std::atoi(name.c_str() + sizeof(kPrefix) - 1) : 0;
+        if (pid > 0 && ::kill(pid, 0) != 0 && errno == ESRCH) {
+            shell("ip netns del " + name);
+        }
+    }
+}
+
 } // namespace
 
 std::string own_address() {
@@ -22,8 +40,11 @@ std::string own_address() {
 }
 
 Hosts::Hosts(const std::vector<std::string>& names)
-    : prefix_("vornft" + std::to_string(::getpid())) {
-    apart_ = ::geteuid() == 0 && make(names);
+    : prefix_(kPrefix + std::to_string(::getpid())) {
+    if (::geteuid() == 0) {
+        remove_leftovers();
+        apart_ = make(names);
+    }
     address_ = apart_ ? "10.77.0.1" : own_address();
 }
 

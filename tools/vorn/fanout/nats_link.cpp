@@ -107,6 +107,7 @@ NatsLink::NatsLink(const NatsOptions& options, const std::string& name,
     set(natsOptions_SetPingInterval, kPingMs);
     set(natsOptions_SetMaxPingsOut, kPingsOut);
     set(natsOptions_SetWriteDeadline, kWriteMs);
+    set(natsOptions_SetSendAsap, options.send_at_once);
     if (!options.credentials.empty()) {
         set(natsOptions_SetUserCredentialsFromFiles, options.credentials.c_str(),
             static_cast<const char*>(nullptr));
