@@ -29,6 +29,16 @@ std::vector<Change> changes_in(const std::vector<nlohmann::json>& objects,
     return changes;
 }
 
+std::vector<std::string> sorted_rows(const std::string& text) {
+    std::vector<std::string> rows;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        rows.push_back(line);
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
 const Updates& OneServer::session() {
     static const Updates updates = replay_session(3000, 40, "both");
     return updates;

@@ -22,6 +22,9 @@ std::vector<nlohmann::json> objects_of(const std::string& text);
 std::vector<Change> changes_in(const std::vector<nlohmann::json>& objects,
                                const std::string& type = "update");
 
+// The lines of a text, in an order in which those of two recordings can be compared.
+std::vector<std::string> sorted_rows(const std::string& text);
+
 class OneServer : public testing::Test {
 protected:
     static const Updates& session(); // made once

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <thread>
+#include <unistd.h>
 
 using namespace vorn_fanout;
 
@@ -40,6 +41,32 @@ TEST_F(FanoutStream, HasEveryUpdateOnceFromTwoPublishers) {
     const std::size_t events = sum("events");
     EXPECT_EQ(sum("stored"), session().size() + events) << report_a << report_b;
     EXPECT_EQ(sum("duplicates") + sum("known"), session().size()) << report_a << report_b;
+}
+
+TEST_F(FanoutStream, HasWhatVornPublishShows) {
+    const std::string bus = "vorn-fanout-test." + std::to_string(::getpid());
+    directory_.write("feed.ini", "[config]\ndevice = sim:seed=11&changes=3000&instruments=40&eof="
+                                 "stop\ninsts = all\nshfe2ps = enabled\nine2ps = enabled\n"
+                                 "cpucore = 0\n");
+    const auto publisher =
+        start("a", {"fanout", "--label", "day1", "--name", "a", "--bus", bus, "--until-closed"});
+    const Run feed = run({"publish", "-q", "--config", "feed.ini", "--bus", bus});
+    EXPECT_EQ(feed.status, 0) << feed.err;
+    EXPECT_EQ(publisher->wait(), 0) << publisher->err();
+    vorn_bus::remove_bus(bus);
+    // Another run of the same feed, recorded beside it, and the tap's recording.
+    const Run record = run({"record", "-q", "--config", "feed.ini", "-o", "record.csv"});
+    EXPECT_EQ(record.status, 0) << record.err;
+    const Run tap = run({"tap", "-q", "--from-start", "--once", "-o", "tap.csv"});
+    EXPECT_EQ(tap.status, 0) << tap.err;
+    EXPECT_EQ(sorted_rows(support::read_file(path("tap.csv"))),
+              sorted_rows(support::read_file(path("record.csv"))));
+    std::vector<std::string> phases;
+    for (const auto& object : hear({"--from-start", "md.event.phase"})) {
+        phases.push_back(object["phase"]);
+    }
+    EXPECT_EQ(phases,
+              (std::vector<std::string>{"bring_up", "snapshot", "replay", "live", "stopped"}));
 }
 
 TEST_F(FanoutStream, KnowsBeyondItsWindowWhatItHas) {

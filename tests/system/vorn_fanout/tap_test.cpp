@@ -25,17 +25,6 @@ protected:
         send(bus, "a");
     }
     std::string bus_name() const { return "vorn-fanout-test." + std::to_string(::getpid()); }
-    // The session's rows, each instrument's in order.
-    static std::vector<std::string> sorted_rows(const std::string& text) {
-        std::vector<std::string> rows;
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t end = text.find('\n', begin);
-            rows.push_back(text.substr(begin, end - begin));
-            begin = end + 1;
-        }
-        std::sort(rows.begin(), rows.end());
-        return rows;
-    }
 };
 
 TEST_F(TapTest, PrintsOnlyWhatIsAskedFor) {
