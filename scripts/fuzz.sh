@@ -4,6 +4,7 @@
 #
 #   fuzz.sh                     lists the targets
 #   fuzz.sh TARGET SECONDS      fuzzes; what is new goes to build-fuzz/corpus/TARGET
+#   fuzz.sh --campaign [N] [TARGET...]   N inputs (100000000) for each decoder target, or those named
 #   fuzz.sh TARGET reduce       makes the committed corpus anew: seeds, and what reaches more code
 set -euo pipefail
 
@@ -77,6 +78,15 @@ reduce() { # TARGET
 
 if [ $# -eq 0 ]; then
     list
+elif [ "$1" = --campaign ]; then
+    shift
+    vorn_install_packages "${vorn_packages[@]}" "${vorn_clang_packages[@]}"
+    cd "$root"
+    [ -f build-campaign/build.ninja ] || cmake --preset campaign >&2
+    cmake --build --preset campaign -j "$(nproc)" \
+        --target fuzz_decode fuzz_mdqp fuzz_frame fuzz_session >&2
+    export ASAN_SYMBOLIZER_PATH=${ASAN_SYMBOLIZER_PATH:-/usr/bin/llvm-symbolizer-14}
+    exec python3 -B "$root/scripts/fuzz_campaign.py" "$root/build-campaign" "$@"
 elif [ $# -ne 2 ] || [ -z "${sizes[$1]:-}" ]; then
     echo "fuzz: usage: ./dev fuzz TARGET SECONDS; ./dev fuzz alone lists the targets" >&2
     exit 2

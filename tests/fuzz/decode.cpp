@@ -12,20 +12,21 @@
 #include "support/incremental_rig.h"
 #include "wirekit/bytes.h"
 
+#include <algorithm>
 #include <array>
-#include <vector>
 
 namespace {
 
 constexpr std::size_t kMaxBuffers = 16;
 
-std::span<const uint8_t> with_header(fuzz::Input& input, uint8_t kind, std::size_t index,
-                                     std::vector<uint8_t>& buffer) {
+constexpr std::size_t kHeader = 24;
+
+std::span<const uint8_t> with_header(fuzz::Input& input, uint8_t kind, std::size_t index) {
     using fuzz::IncrementalRig;
+    static std::array<uint8_t, kHeader + 255> buffer{};
     const uint32_t last = IncrementalRig::instance().record(index).change_no;
     const uint32_t change_no[] = {last + 1, last + 2, last, 0};
     const unsigned which = kind >> 4 & 3;
-    buffer.assign(24, 0);
     wirekit::put_le16(&buffer[0],
                       IncrementalRig::is_ine(index) ? fuzz::kIneTopic : fuzz::kShfeTopic);
     wirekit::put_le16(&buffer[2], 500);
@@ -35,15 +36,14 @@ std::span<const uint8_t> with_header(fuzz::Input& input, uint8_t kind, std::size
     wirekit::put_le32(&buffer[14], IncrementalRig::number(index));
     wirekit::put_le32(&buffer[18], which == 3 ? input.u32() : change_no[which]);
     const auto fields = input.take(input.u8());
-    buffer.insert(buffer.end(), fields.begin(), fields.end());
-    return buffer;
+    std::copy(fields.begin(), fields.end(), buffer.begin() + kHeader);
+    return std::span(buffer).first(kHeader + fields.size());
 }
 
 void put(fuzz::IncrementalRig& rig, fuzz::Input& input) {
-    static std::vector<uint8_t> buffer;
     const uint8_t kind = input.u8();
     const std::size_t index = kind & 15U;
-    const auto bytes = index < fuzz::kSeededCount ? with_header(input, kind, index, buffer)
+    const auto bytes = index < fuzz::kSeededCount ? with_header(input, kind, index)
                                                   : input.take(input.u16() & 0xFFFU);
     if ((kind & 64) == 0) {
         rig.live(bytes);

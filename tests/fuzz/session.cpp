@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::size_t kMaxPayload = RECV_BUF_SIZE - 54;
 constexpr std::size_t kMaxFrames = 1200;
+constexpr std::size_t kFewFrames = 8; // of an input whose turn for more has not come
 constexpr uint32_t kFirstSequence = 1000;
 constexpr uint32_t kExchange = 0x0A010101;
 constexpr uint32_t kLocal = 0x0A010102;
@@ -49,13 +50,20 @@ public:
 
     void run() {
         rig_.begin(input_.u8());
-        while (input_.left() > 0 && frames_ < kMaxFrames) {
+        while (input_.left() > 0 && may_go_on()) {
             segment();
         }
         rig_.end();
     }
 
 private:
+    bool may_go_on() {
+        if (frames_ == kFewFrames && limit_ == kFewFrames && fuzz::long_input_is_due()) {
+            limit_ = kMaxFrames;
+        }
+        return frames_ < limit_;
+    }
+
     void segment() {
         const uint8_t kind = input_.u8();
         const uint16_t shape = input_.u16();
@@ -69,7 +77,7 @@ private:
         static const std::array<uint8_t, kMaxPayload> zeros{};
         const auto payload =
             (shape & 0x8000) != 0 ? std::span(zeros).first(size) : input_.take(size);
-        for (uint32_t i = 0; i <= more && frames_ < kMaxFrames; ++i, ++frames_) {
+        for (uint32_t i = 0; i <= more && may_go_on(); ++i, ++frames_) {
             put(kind, place, stream, payload);
         }
     }
@@ -115,6 +123,7 @@ private:
     fuzz::SnapshotRig& rig_ = fuzz::SnapshotRig::instance();
     std::array<Stream, 4> streams_{};
     std::size_t frames_ = 0;
+    std::size_t limit_ = kFewFrames;
     static std::vector<uint8_t> frame_;
 };
 

@@ -23,7 +23,16 @@ bool deep_check_is_due();
 // The same for calls that an input may ask for and for which there is a faster stand-in. The first
 // input of a process that asks for them gets them.
 bool real_call_is_due();
+// The same for lines of the log: formatting them is most of the time of an input that asks for
+// them.
+bool logging_is_due();
+// The same for what an input asks for beyond the first few steps.
+bool long_input_is_due();
 void always_check_deeply();
+
+// Compares and searches whole records as plain words: every input does it, and what a sanitizer
+// would look at here is the driver's own.
+bool is_same(const void* left, const void* right, std::size_t words);
 
 // Everything may be taken from an empty input too: numbers are then 0.
 class Input {

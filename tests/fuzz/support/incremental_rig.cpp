@@ -1,8 +1,8 @@
 #include "incremental_rig.h"
 
 #include "CommonLog.h"
+#include "fuzz_card.h"
 #include "fuzz_input.h"
-#include "tests/support/scripted_card.h"
 
 #include <cmath>
 #include <cstring>
@@ -10,11 +10,11 @@
 #include <string_view>
 #include <sys/mman.h>
 #include <system_error>
+#include <utility>
 
 namespace fuzz {
 namespace {
 
-constexpr int kPort = 0;
 constexpr std::size_t kRegisterWords = 32768;
 constexpr std::size_t kGuard = 65536; // bytes around the cache that no access may touch
 constexpr int kLogMasks[] = {0, 0, 0, 31};
@@ -87,10 +87,18 @@ bool is_in_order(const instrument& record) {
     return !(bid(0) && ask(0) && record.bid_px[0] >= record.ask_px[0]);
 }
 
+constexpr std::size_t kRecordWords = sizeof(instrument) / 8;
+
+bool is_same(const instrument& left, const instrument& right) {
+    return fuzz::is_same(&left, &right, kRecordWords);
+}
+
 // Equal but for the exchange's type, which every accepted buffer writes.
-bool is_same_but_type(instrument left, const instrument& right) {
-    left.type = right.type;
-    return std::memcmp(&left, &right, sizeof left) == 0;
+bool is_same_but_type(const instrument& left, instrument& right) {
+    const uint16_t type = std::exchange(right.type, left.type);
+    const bool same = is_same(left, right);
+    right.type = type;
+    return same;
 }
 
 char* map_cache() {
@@ -130,10 +138,7 @@ IncrementalRig::IncrementalRig()
         calc_->volumeMulti[seed.slot] = seed.multiple;
     }
     cached_.pCacheBuf = map_cache();
-    support::ScriptedCard& card = support::ScriptedCard::instance();
-    card.reset();
-    card.record_stores(false);
-    core_->InitUdp(registers_.get(), card.rx(kPort));
+    core_->InitUdp(registers_.get(), FuzzCard::rx());
 }
 
 uint32_t IncrementalRig::slot(std::size_t index) {
@@ -147,18 +152,18 @@ uint32_t IncrementalRig::number(std::size_t index) {
 void IncrementalRig::begin(uint8_t control) {
     config_.options = (control & 1) != 0 ? 0 : 1;
     config_.recovery = (control & 64) != 0;
-    CCommonLog::m_logLevel.store(kLogMasks[(control >> 4) & 3], std::memory_order_relaxed);
+    const int mask = kLogMasks[(control >> 4) & 3];
+    CCommonLog::m_logLevel.store(mask != 0 && logging_is_due() ? mask : 0,
+                                 std::memory_order_relaxed);
     core_->shfelogflag = core_->inelogflag = true;
 }
 
 void IncrementalRig::arrive(std::span<const uint8_t> bytes) {
-    if (!bytes.empty()) {
-        support::ScriptedCard::instance().push(kPort, {bytes.begin(), bytes.end()});
-    }
+    FuzzCard::put(bytes);
 }
 
 void IncrementalRig::arrive_status(int status) {
-    support::ScriptedCard::instance().push_result(kPort, status);
+    FuzzCard::put_status(status);
 }
 
 void IncrementalRig::before_decoding() {
@@ -217,13 +222,13 @@ void IncrementalRig::replay(std::span<const uint8_t> buffer) {
 
 void IncrementalRig::end() {
     for (std::size_t i = 0; i < kSeededCount; ++i) {
-        REQUIRE(std::memcmp(&record(i), &expected_[i], sizeof(instrument)) == 0);
+        REQUIRE(is_same(record(i), expected_[i]));
         if ((touched_ & 1u << i) != 0) {
             table_->instmts[slot(i)] = expected_[i] = seeds_[i];
         }
     }
     touched_ = 0;
-    REQUIRE(support::ScriptedCard::instance().left(kPort) == 0);
+    REQUIRE(FuzzCard::is_empty());
     registers_[12] = 0; // the time of the update being handled
     if (deep_check_is_due()) {
         for (std::size_t i = 0; i < kSeededCount; ++i) {

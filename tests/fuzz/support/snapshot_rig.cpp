@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sanitizer/asan_interface.h>
+#include <utility>
 
 // The two members whose cost grows with the table, as the linker knows them.
 void real_clean(CExanicTcpFunc* core) __asm__("__real__ZN14CExanicTcpFunc10_CleandataEv");
@@ -29,6 +31,33 @@ constexpr std::size_t kRegisterWords = 32768;
 constexpr int kRealCalls = 3;
 constexpr int kLogMasks[] = {0, 0, 0, 31};
 
+// The price step of a slot that no dictionary entry was about since the last clean. The channel
+// never reads a step, and an entry that had just this one would be found by the check of all.
+constexpr uint64_t kNoStep = 0x7FFC56524E465A5A;
+
+// The first slot from `slot` on, and below `end`, that an entry was about.
+__attribute__((no_sanitize("address"), no_sanitize("undefined"))) uint32_t
+next_known(const double* steps, uint32_t slot, uint32_t end) {
+    constexpr uint32_t kBlock = 32;
+    const auto* words = reinterpret_cast<const uint64_t*>(steps);
+    while (slot < end) {
+        uint64_t differs = 0;
+        const uint32_t last = std::min(end, slot + kBlock);
+        for (uint32_t i = slot; i < last; ++i) {
+            differs |= words[i] ^ kNoStep;
+        }
+        if (differs == 0) {
+            slot = last;
+            continue;
+        }
+        while (words[slot] == kNoStep) {
+            ++slot;
+        }
+        return slot;
+    }
+    return end;
+}
+
 template <typename Value>
 bool all_zero(const Value* values, std::size_t count) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(values);
@@ -39,6 +68,41 @@ bool all_zero(const Value* values, std::size_t count) {
 bool is_named(const instrument& record) {
     return !all_zero(record.inst_id, sizeof record.inst_id);
 }
+
+// What the feed is handed to decode: exactly the bytes and their slack. The rest of the block is
+// poisoned, and afterwards all of it, so that a sanitizer sees every access beyond and every one
+// that comes late, as it would on the heap, without what an allocation costs.
+class HandedOver {
+public:
+    explicit HandedOver(std::span<const uint8_t> bytes) : size_(bytes.size() + DECODE_SLACK) {
+        REQUIRE(size_ <= kRoom);
+        ASAN_UNPOISON_MEMORY_REGION(data(), size_);
+        if (!bytes.empty()) {
+            std::memcpy(data(), bytes.data(), bytes.size());
+        }
+        std::memset(data() + bytes.size(), 0, DECODE_SLACK);
+    }
+    ~HandedOver() { ASAN_POISON_MEMORY_REGION(data(), size_); }
+    HandedOver(const HandedOver&) = delete;
+    HandedOver& operator=(const HandedOver&) = delete;
+
+    char* data() { return block() + kGuard; }
+
+private:
+    static constexpr std::size_t kRoom = 8192 + DECODE_SLACK;
+    static constexpr std::size_t kGuard = 2048;
+
+    static char* block() {
+        alignas(16) static char bytes[kGuard + kRoom + kGuard];
+        [[maybe_unused]] static const bool is_poisoned = [] {
+            ASAN_POISON_MEMORY_REGION(bytes, sizeof bytes);
+            return true;
+        }();
+        return bytes;
+    }
+
+    std::size_t size_;
+};
 
 bool is_check_result(int32_t result) {
     return result <= 0 && result >= -3;
@@ -64,6 +128,7 @@ SnapshotRig::SnapshotRig()
     config_.ine4ps_topic_id = kTopics[INE_4PS];
     config_.total_listen_cnt = static_cast<uint32_t>(config_.listen_insts.size());
     core_->InitTcp(registers_.data(), nullptr);
+    forget_steps();
 }
 
 void SnapshotRig::begin(uint8_t control) {
@@ -71,9 +136,12 @@ void SnapshotRig::begin(uint8_t control) {
     config_.options = (control & 2) != 0 ? 0 : 1;
     config_.recvall = (control & 4) != 0 ? 0 : 1;
     config_.shield_price_check = (control & 8) != 0;
-    CCommonLog::m_logLevel.store(kLogMasks[(control >> 4) & 3], std::memory_order_relaxed);
+    const int mask = kLogMasks[(control >> 4) & 3];
+    CCommonLog::m_logLevel.store(mask != 0 && logging_is_due() ? mask : 0,
+                                 std::memory_order_relaxed);
     enabled_.mask = (control & 64) != 0 ? 0x0F : MASK_SHFE_2PS | MASK_INE_2PS;
-    real_left_ = (control & 128) != 0 && real_call_is_due() ? kRealCalls : 0;
+    real_wanted_ = (control & 128) != 0;
+    real_left_ = 0;
     core_->shfe_cnt_80_flag = core_->ine_cnt_80_flag = true;
     core_->shfe_cnt_flag = core_->ine_cnt_flag = true;
 }
@@ -88,31 +156,34 @@ void SnapshotRig::frame(std::span<const uint8_t> bytes) {
     if (bytes.size() <= ETHERNET_SIZE || bytes.size() > RECV_BUF_SIZE) {
         return;
     }
-    // Exactly the frame and its slack, so that a sanitizer sees every access beyond.
-    const auto copy = std::make_unique<char[]>(bytes.size() + DECODE_SLACK);
-    std::memcpy(copy.get(), bytes.data(), bytes.size());
-    const std::size_t tcp = ETHERNET_SIZE + IpHeaderLen(copy.get() + ETHERNET_SIZE);
+    HandedOver copy(bytes);
+    const std::size_t tcp = ETHERNET_SIZE + IpHeaderLen(copy.data() + ETHERNET_SIZE);
     delivered_ += bytes.size();
-    use_port(TcpDestinationPort(copy.get() + tcp)); // the slack is long enough for any frame
-    core_->_HandleTask(copy.get(), static_cast<uint32_t>(bytes.size()));
+    use_port(TcpDestinationPort(copy.data() + tcp)); // the slack is long enough for any frame
+    core_->_HandleTask(copy.data(), static_cast<uint32_t>(bytes.size()));
 }
 
 void SnapshotRig::messages(std::span<const uint8_t> bytes, EMdqpDataType type, uint16_t port) {
     use_port(port);
     session(port).em_dqp_data_type = type;
-    const auto copy = std::make_unique<char[]>(bytes.size() + DECODE_SLACK);
-    if (!bytes.empty()) {
-        std::memcpy(copy.get(), bytes.data(), bytes.size());
-    }
+    HandedOver copy(bytes);
     const uint32_t size = static_cast<uint32_t>(bytes.size());
-    const uint32_t used = core_->_DecodeWholeMessages(copy.get(), size, port);
+    const uint32_t used = core_->_DecodeWholeMessages(copy.data(), size, port);
     REQUIRE(used <= size);
 }
 
+bool SnapshotRig::is_real_call() {
+    if (std::exchange(real_wanted_, false) && real_call_is_due()) {
+        real_left_ = kRealCalls;
+    }
+    return real_left_-- > 0;
+}
+
 void SnapshotRig::clean() {
-    if (real_left_ > 0) {
-        --real_left_;
+    if (is_real_call()) {
         real_clean(core_.get());
+        REQUIRE(all_zero(calc_.get(), 1));
+        forget_steps();
         return;
     }
     clear_table();
@@ -126,22 +197,14 @@ void SnapshotRig::clean() {
 
 int32_t SnapshotRig::check_books() {
     int32_t result = 0;
-    if (real_left_ > 0) {
-        --real_left_;
+    if (is_real_call()) {
         result = real_check(core_.get());
     } else {
-        const auto check = [&](uint32_t slot) {
-            const instrument& record = table_->instmts[slot];
-            if (result == 0 && is_named(record)) { // the others are all zeros, which pass
-                result = core_->ShfeInstPriceCheck(record, core_->inter_infos[slot]);
+        for_each_known([&](uint32_t slot) {
+            if (result == 0) { // the records of the others are all zeros, which pass
+                result = core_->ShfeInstPriceCheck(table_->instmts[slot], core_->inter_infos[slot]);
             }
-        };
-        for (int32_t i = 0; i < table_->shfe_inst_cnt; ++i) {
-            check(static_cast<uint32_t>(i));
-        }
-        for (int32_t i = 0; i < table_->ine_inst_cnt; ++i) {
-            check(static_cast<uint32_t>(LAST_SLOT - i));
-        }
+        });
     }
     REQUIRE(is_check_result(result));
     REQUIRE(result == 0 || !config_.shield_price_check);
@@ -180,24 +243,40 @@ void SnapshotRig::end() {
     }
 }
 
-void SnapshotRig::clear_records(uint32_t first, uint32_t count) {
-    for (uint32_t slot = first; slot < first + count; ++slot) {
-        if (is_named(table_->instmts[slot])) {
-            table_->instmts[slot] = {};
-            core_->inter_infos[slot] = {};
-        }
+// In both ranges below the counts.
+template <typename Action>
+void SnapshotRig::for_each_known(Action action) {
+    const auto shfe = static_cast<uint32_t>(table_->shfe_inst_cnt);
+    const auto ine = static_cast<uint32_t>(table_->ine_inst_cnt);
+    const double* steps = calc_->priceTick;
+    for (uint32_t at = 0; (at = next_known(steps, at, shfe)) < shfe; ++at) {
+        action(at);
     }
-    std::fill_n(calc_->priceTick + first, count, 0.0);
-    std::fill_n(calc_->codecPrice + first, count, 0.0);
-    std::fill_n(calc_->volumeMulti + first, count, 0);
+    for (uint32_t at = INSTRUMENT_SLOT_CNT - ine;
+         (at = next_known(steps, at, INSTRUMENT_SLOT_CNT)) < INSTRUMENT_SLOT_CNT; ++at) {
+        action(at);
+    }
 }
 
 void SnapshotRig::clear_table() {
-    const auto ine = static_cast<uint32_t>(table_->ine_inst_cnt);
-    clear_records(0, static_cast<uint32_t>(table_->shfe_inst_cnt));
-    clear_records(INSTRUMENT_SLOT_CNT - ine, ine);
+    for_each_known([this](uint32_t slot) {
+        // Where all are subscribed, a later entry may have taken the identifier away.
+        REQUIRE(is_named(table_->instmts[slot]) || config_.recvall != 0 ||
+                all_zero(&table_->instmts[slot], 1));
+        table_->instmts[slot] = {};
+        core_->inter_infos[slot] = {};
+        std::memcpy(&calc_->priceTick[slot], &kNoStep, sizeof kNoStep);
+        calc_->codecPrice[slot] = 0.0;
+        calc_->volumeMulti[slot] = 0;
+    });
     table_->shfe_inst_cnt = table_->ine_inst_cnt = 0;
     table_->shfe_pktno = table_->ine_pktno = 0;
+}
+
+void SnapshotRig::forget_steps() {
+    for (double& step : calc_->priceTick) {
+        std::memcpy(&step, &kNoStep, sizeof kNoStep);
+    }
 }
 
 void SnapshotRig::check_table() const {
@@ -228,7 +307,9 @@ void SnapshotRig::check_session(const TcpSession& session) const {
 // What the counts did not announce was written where it does not belong.
 void SnapshotRig::check_all_clear() const {
     REQUIRE(all_zero(table_.get(), 1));
-    REQUIRE(all_zero(calc_.get(), 1));
+    REQUIRE(next_known(calc_->priceTick, 0, INSTRUMENT_SLOT_CNT) == INSTRUMENT_SLOT_CNT);
+    REQUIRE(all_zero(calc_->codecPrice, INSTRUMENT_SLOT_CNT));
+    REQUIRE(all_zero(calc_->volumeMulti, INSTRUMENT_SLOT_CNT));
     REQUIRE(all_zero(core_->inter_infos, INSTRUMENT_SLOT_CNT));
     REQUIRE(all_zero(registers_.data(), registers_.size()));
     for (const TcpSession& session : core_->m_sessions) {

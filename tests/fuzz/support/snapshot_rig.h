@@ -3,8 +3,10 @@
 // The snapshot channel for fuzz targets: one channel on one table for the life of the process,
 // driven frame by frame on the target's thread, and put back after each input by undoing only what
 // an input can have touched. A record is written only once a dictionary entry has given it an
-// identifier, and every such entry raises a count of the table to beyond its number: the counts
-// bound the records. The sessions touched are those of the frames' local ports.
+// identifier, and every such entry raises a count of the table to beyond its number and writes the
+// slot's price step, which the channel never reads: below the counts, a step that is not the one
+// that the rig has put there tells the slots. The sessions touched are those of the frames' local
+// ports.
 //
 // A clean writes 11 MB and walks 65536 sessions, and a price check copies every record below the
 // counts. The linker puts stand-ins of the same effect in their place (--wrap) unless an input asks
@@ -50,8 +52,11 @@ public:
 private:
     SnapshotRig();
     void use_port(uint16_t port);
-    void clear_records(uint32_t first, uint32_t count);
+    template <typename Action>
+    void for_each_known(Action action);
     void clear_table();
+    void forget_steps();
+    bool is_real_call();
     void check_session(const TcpSession& session) const;
     void check_table() const;
     void check_all_clear() const;
@@ -65,6 +70,7 @@ private:
     std::unique_ptr<CExanicTcpFunc> core_;
     std::vector<uint16_t> ports_; // whose sessions this input may have touched
     std::size_t delivered_ = 0;   // bytes of its frames
+    bool real_wanted_ = false;    // by this input, which has not come to such a call yet
     int real_left_ = 0;           // calls that still go to the real clean and price check
 };
 
