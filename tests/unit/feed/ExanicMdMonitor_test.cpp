@@ -341,6 +341,32 @@ TEST(MonitorTimes, AddUpToTheTimeOfTheRun) {
     EXPECT_LE(c.last_update_ns, end + inaccuracy);
 }
 
+TEST(MonitorTimes, OfThePhaseThatRunsGoUpToNow) {
+    FeedFixture feed;
+    Cycle cycle;
+    cycle.snapshot = both_snapshots();
+    cycle.after = {{}, {}, {}};
+    feed.cycles = {cycle};
+    const uint64_t begin = now_ns();
+    bool asked = false;
+    feed.at_poll = [&](std::size_t, bool loading, uint64_t poll) {
+        if (!loading && poll == 3) {
+            const vorn_md_counters_t c = counters();
+            const uint64_t elapsed = now_ns() - begin;
+            uint64_t sum = 0;
+            for (const uint64_t time : c.time_in_phase_ns) {
+                sum += time;
+            }
+            EXPECT_LE(sum, elapsed + elapsed / 10 + 1'000'000);
+            EXPECT_EQ(c.phase, VORN_MD_PHASE_LIVE);
+            EXPECT_GT(c.time_in_phase_ns[VORN_MD_PHASE_LIVE], 0U);
+            asked = true;
+        }
+    };
+    EXPECT_EQ(feed.run(), 0);
+    EXPECT_TRUE(asked);
+}
+
 TEST(MonitorTimes, KnowOfNoUpdateBeforeTheFirst) {
     FeedFixture feed;
     feed.config = shfe_config(feed.cpu());

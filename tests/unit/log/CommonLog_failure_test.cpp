@@ -82,6 +82,7 @@ TEST(CommonLogFailure, AFullDiskCostsWholeLinesAndLeavesNoPartOfOne) {
     });
     EXPECT_EQ(run.exit_status, 0) << run.err;
     EXPECT_THAT(messages_in(file), ElementsAre(kept, "kept again"));
+    EXPECT_EQ(support::read_file(file).find('\0'), std::string::npos) << "no hole between them";
     EXPECT_EQ(run.err, kLost + std::string("File too large\n")) << "said once";
 }
 

@@ -137,6 +137,33 @@ TEST_F(SnapshotFates, AFrameBehindAFinishedSnapshotIsLate) {
                 testing::ElementsAre(VORN_MD_FATE_LATE));
 }
 
+TEST_F(SnapshotFates, ARoundIsCountedForItsFeedWithTheInstrumentsOfItsExchange) {
+    const struct {
+        EMdqpDataType type;
+        uint32_t feed;
+        uint64_t instruments;
+    } rows[] = {{SHFE_2PS, VORN_MD_FEED_SHFE_2PS, 123},
+                {SHFE_4PS, VORN_MD_FEED_SHFE_4PS, 123},
+                {INE_2PS, VORN_MD_FEED_INE_2PS, 45},
+                {INE_4PS, VORN_MD_FEED_INE_4PS, 45}};
+    const auto rounds = [] {
+        std::vector<uint64_t> counts;
+        for (const CMdCounter& count : g_mdMonitor.worker.rounds) {
+            counts.push_back(count.Get());
+        }
+        return counts;
+    };
+    table->shfe_inst_cnt = 123;
+    table->ine_inst_cnt = 45;
+    for (const auto& row : rows) {
+        std::vector<uint64_t> expected = rounds();
+        ++expected[row.feed];
+        parse_as(row.type, wirekit::mdqp_message(wirekit::kFlagLast).bytes());
+        EXPECT_EQ(rounds(), expected) << row.feed;
+        EXPECT_EQ(g_mdMonitor.worker.roundInstruments[row.feed].Get(), row.instruments);
+    }
+}
+
 TEST_F(SnapshotFates, ABookThatFailsThePriceCheckTakesAllBack) {
     plant_bad_book();
     set_masks(MASK_SHFE_2PS, MASK_SHFE_2PS);
