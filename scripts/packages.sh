@@ -56,6 +56,10 @@ vorn_clang_packages=(
 vorn_lint_packages=(
     "clang-format-14:formatter"
     "clang-tidy-14:linter"
+    "cppcheck:linter"
+)
+vorn_mutants_packages=(
+    "python3-clang-14:syntax tree of the sources to be mutated"
 )
 
 # Installs what is missing of the packages named in the arguments ("name:purpose"). Touches neither

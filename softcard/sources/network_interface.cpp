@@ -34,7 +34,9 @@ public:
         ethtool_value value{};
         value.cmd = command;
         request_.ifr_data = reinterpret_cast<char*>(&value);
-        return ask(SIOCETHTOOL) ? value.data : 0;
+        const bool known = ask(SIOCETHTOOL);
+        request_.ifr_data = nullptr;
+        return known ? value.data : 0;
     }
     const ifreq& answer() const { return request_; }
 
