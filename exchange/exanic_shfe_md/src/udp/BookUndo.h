@@ -54,8 +54,8 @@ public:
     // Keeps entry `lost` of a side as change number `at` of the message, which is below CAPACITY.
     // The change is about to move the entries from `lost` to `freed` by one, towards `lost`.
     void Keep(uint32_t at, uint32_t side, const BookSide& book, int32_t lost, int32_t freed) {
-        m_changes[at] = {book.px[lost], book.vol[lost], static_cast<uint8_t>(lost),
-                         static_cast<uint8_t>(freed), static_cast<uint8_t>(side)};
+        m_changes[at] = {book.px[lost], book.vol[lost], static_cast<int8_t>(lost),
+                         static_cast<int8_t>(freed), static_cast<uint8_t>(side)};
     }
 
     // When there is no room left: keeps the whole book as it was. From then on it is all that
@@ -81,11 +81,15 @@ public:
         while (count > 0) {
             const Change& change = m_changes[--count];
             const BookSide book = BookSide::Of(record, change.side);
-            const int32_t step = change.freed < change.lost ? 1 : -1;
-            for (int32_t i = change.freed; i != change.lost; i += step) {
+            // NOLINTBEGIN(bugprone-signed-char-misuse): indices, never negative
+            const int32_t lost = change.lost;
+            const int32_t freed = change.freed;
+            // NOLINTEND(bugprone-signed-char-misuse)
+            const int32_t step = freed < lost ? 1 : -1;
+            for (int32_t i = freed; i != lost; i += step) {
                 book.Copy(i + step, i);
             }
-            book.Set(change.lost, change.px, change.vol);
+            book.Set(lost, change.px, change.vol);
         }
     }
 
@@ -95,8 +99,8 @@ private:
     struct Change {
         double px; // of the entry lost
         int32_t vol;
-        uint8_t lost;  // where it stood
-        uint8_t freed; // and what became free for it
+        int8_t lost;  // where it stood
+        int8_t freed; // and what became free for it
         uint8_t side;
     };
 
