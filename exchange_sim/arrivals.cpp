@@ -55,6 +55,7 @@ Arrivals::Arrivals(const std::vector<Instrument>& catalogue, uint64_t start_ns, 
         const uint32_t low = poor.back();
         const uint32_t high = rich.back();
         poor.pop_back();
+        // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): with a total of zero nothing is poor
         threshold_[low] = static_cast<uint32_t>((weight[low] << 20) / total << 12);
         alias_[low] = high;
         weight[high] -= total - weight[low];

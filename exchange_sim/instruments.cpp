@@ -122,7 +122,7 @@ private:
             tas.underlying_id = contract_id(product, contract);
             tas.activity = product.activity * rank_activity(contract.rank) / 400;
             // Traded as a distance from the settlement price to come, a few ticks either way.
-            set_prices(tas, 0, 0, 20 * product.tick_milli);
+            set_prices(tas, 0, 0, int64_t{20} * product.tick_milli);
             candidates.push_back(std::move(tas));
         });
         tas_added_ = take_most_active(candidates, count);
@@ -198,8 +198,8 @@ private:
             const int64_t at_the_money = future * 25 / 1000 * (4 + contract.rank) / 6;
             const int64_t time_value =
                 at_the_money * 1'000'000 / (1'000'000 + 3 * distance * distance);
-            const int64_t price =
-                std::max<int64_t>(in_the_money + time_value, 3 * product.option_tick_milli);
+            const int64_t price = std::max<int64_t>(in_the_money + time_value,
+                                                    int64_t{3} * product.option_tick_milli);
             const int64_t call_delta = std::clamp<int64_t>(500 + distance / 3, 10, 990);
             option.fair_slope = (type == 'C' ? call_delta : call_delta - 1000) * future;
             set_prices(option, price, price, future * product.limit_per_mille / 1000);

@@ -307,6 +307,7 @@ private:
         const uint64_t delays[] = {delay_a, delay_b};
         for (std::size_t i = 0; i < feed.lines.size(); ++i) {
             if (feed.lines[i].enabled) {
+                // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): two of both
                 feed.lines[i].send(frames_, now_ns_ + delays[i], buffer_.bytes());
                 ++datagrams_;
             }

@@ -158,7 +158,7 @@ def main():
     parser.add_argument("files", nargs="*", type=Path, metavar="FILE", help="these alone")
     parser.add_argument("--tool", action="append", choices=TOOLS, help="this alone")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="files at a time")
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     (arguments.folder / "lint").mkdir(exist_ok=True)
     entries = json.loads((arguments.folder / "compile_commands.json").read_text())
     wanted = {file.resolve() for file in arguments.files}
