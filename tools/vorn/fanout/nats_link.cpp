@@ -22,6 +22,7 @@ constexpr int64_t kReconnectWaitMs = 100;
 constexpr int64_t kPingMs = 2000;
 constexpr int kPingsOut = 2;
 constexpr int64_t kWriteMs = 2000;
+constexpr int64_t kEndMs = 5000; // for the library's threads
 
 bool is_server_url(std::string url) {
     if (const std::size_t scheme = url.find("://"); scheme != std::string::npos) {
@@ -144,6 +145,16 @@ NatsLink::NatsLink(const NatsOptions& options, const std::string& name,
     });
     if (status != NATS_OK) {
         throw Failure(kFailed, fmt::format("{}: {}", options.servers, nats_text(status)));
+    }
+}
+
+NatsLink::Library::Library() {
+    ++users_;
+}
+
+NatsLink::Library::~Library() {
+    if (--users_ == 0) {
+        nats_CloseAndWait(kEndMs);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <CLI/App.hpp>
 #include <nats/nats.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -72,6 +73,19 @@ public:
     std::string server() const; // URL of the one it is connected to; empty when it is not
 
 private:
+    // Ends the library's threads when the last link has gone.
+    class Library {
+    public:
+        Library();
+        ~Library();
+        Library(const Library&) = delete;
+        Library& operator=(const Library&) = delete;
+
+    private:
+        static inline std::atomic<int> users_{0};
+    };
+
+    Library library_; // outlives the rest
     NatsPtr<natsConnection> connection_;
     NatsPtr<jsCtx> jetstream_;
 };
