@@ -91,10 +91,11 @@ foreach(language c cmake pkgconfig python card)
     DESTINATION ${vorn_documents}/examples/${language} COMPONENT documentation)
 endforeach()
 
-# Archives keep the symbols that linking needs and lose those of the debugger, when packaging.
-install(CODE "
-  if(CMAKE_INSTALL_DO_STRIP OR \"${VORN_DEBUG_PACKAGES}\")
+# Archives keep the symbols that linking needs and lose those of the debugger.
+if(VORN_DEBUG_PACKAGES)
+  install(CODE "
     execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
       \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_md.a
-      \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_softcard.a)
-  endif()" COMPONENT development)
+      \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvorn_softcard.a)"
+    COMPONENT development)
+endif()
