@@ -21,8 +21,18 @@ if ! cpack --config "$root/build-package/CPackConfig.cmake" -B "$packages" > "$l
     exit 1
 fi
 rm -rf "$packages/_CPack_Packages" "$log"
+# CPack names the files of a package of debug symbols by where they lay in the build, and gives it no
+# documents: mended here.
 for package in "$packages"/*.ddeb; do
-    mv "$package" "${package%.ddeb}.deb"
+    unpacked=$(mktemp -d)
+    name=$(dpkg-deb -f "$package" Package)
+    dpkg-deb -R "$package" "$unpacked"
+    chmod 755 "$unpacked"
+    mkdir -p "$unpacked/usr/share/doc"
+    ln -s "${name%-dbgsym}" "$unpacked/usr/share/doc/$name"
+    (cd "$unpacked" && find usr -type f -print0 | sort -z | xargs -0 md5sum > DEBIAN/md5sums)
+    dpkg-deb --root-owner-group -b "$unpacked" "${package%.ddeb}.deb" > /dev/null
+    rm -rf "$unpacked" "$package"
 done
 
 lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$packages"/*.deb
