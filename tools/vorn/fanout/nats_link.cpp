@@ -70,8 +70,13 @@ std::vector<std::string> split_servers(const std::string& text) {
 
 std::string nats_text(natsStatus status) {
     natsStatus last = NATS_OK;
-    const char* const text = nats_GetLastError(&last);
-    return text != nullptr && *text != '\0' && last == status ? text : natsStatus_GetText(status);
+    const char* const said = nats_GetLastError(&last);
+    std::string text = said != nullptr && last == status ? said : "";
+    if (text.starts_with("(")) { // the line of the library's source that says it
+        const std::size_t end = text.find("): ");
+        text.erase(0, end == std::string::npos ? 0 : end + 3);
+    }
+    return text.empty() ? natsStatus_GetText(status) : text;
 }
 
 void add_nats_options(CLI::App& sub, NatsOptions& options) {
