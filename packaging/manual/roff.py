@@ -77,10 +77,10 @@ class Page:
                          for name, cell in zip(rows[0][1:], cells)]
                 self._lines += [".TP", inline(term), inline("; ".join(named)) or "\\&"]
             return
-        self._tables = True
+        self._tables = True  # nokeep: a table may be longer than a page
         rows = rows if any(rows[0]) else rows[1:]
         wide = [width > 20 for width in widths]
-        self._lines += [".PP", ".TS", "tab(\t);",
+        self._lines += [".PP", ".TS", "tab(\t) nokeep;",
                         " ".join("lx" if is_wide else "l" for is_wide in wide) + "."]
         for row in rows:
             self._lines.append("\t".join("T{\n" + (inline(cell) or "\\&") + "\nT}" if is_wide
