@@ -31,7 +31,7 @@ SIZES = {"decode": 128, "mdqp": 300, "frame": 256, "session": 300}
 SLICE = 2_000_000
 # The time of an input is that of the clock on the wall: a machine may be asleep for a while.
 OPTIONS = ["-reduce_inputs=0", "-reload=0", "-entropic=0", "-use_cmp=0", "-detect_leaks=0",
-           "-verbosity=0", "-timeout=1200", "-print_final_stats=1"]
+           "-verbosity=0", "-timeout=1200", "-report_slow_units=1200", "-print_final_stats=1"]
 SANITIZER = "quarantine_size_mb=4:malloc_context_size=1:detect_leaks=0"
 
 
