@@ -2,33 +2,14 @@
 
 // Calls that publish an update on a bus, each fenced and timed alone, at the rate of a busy market.
 
+#include "bench/harness/fenced_clock.h"
 #include "bus/bus_writer.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <vector>
-#include <x86intrin.h>
 
 namespace bench {
-
-inline uint64_t fenced_now() {
-    _mm_lfence();
-    const uint64_t now = __rdtsc();
-    _mm_lfence();
-    return now;
-}
-
-inline double ticks_per_ns() {
-    const auto begin = std::chrono::steady_clock::now();
-    const uint64_t first = fenced_now();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(50)) {
-    }
-    const uint64_t last = fenced_now();
-    const std::chrono::duration<double, std::nano> elapsed =
-        std::chrono::steady_clock::now() - begin;
-    return static_cast<double>(last - first) / elapsed.count();
-}
 
 // The times of `updates` calls in nanoseconds, sorted, for `instruments` instruments in turn, one
 // every `ns_apart`. `scale` is ticks_per_ns().

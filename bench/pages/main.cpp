@@ -1,6 +1,7 @@
 // G14: what open pages cost the callback that publishes on a bus: none, or 200 streams of `vorn
 // serve` that are read and one that never is. Server and pages run on the other CPUs.
 
+#include "bench/harness/child.h"
 #include "bench/harness/contest.h"
 #include "bench/harness/publish_times.h"
 #include "bench/harness/report.h"
@@ -32,28 +33,6 @@ constexpr double kNsApart = 20'000; // 50,000 updates a second
 constexpr int kRounds = 7;
 constexpr int kPages = 200;
 constexpr uint16_t kPort = 18'714;
-
-// A child process off the writer's CPU; killed at the end of its scope.
-class Child {
-public:
-    template <typename Work>
-    Child(const cpu_set_t& cpus, const Work& work) : pid_(::fork()) {
-        if (pid_ == 0) {
-            ::sched_setaffinity(0, sizeof(cpus), &cpus);
-            work();
-            ::_exit(1);
-        }
-    }
-    ~Child() {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-private:
-    pid_t pid_;
-};
 
 int open_stream() {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -112,13 +91,9 @@ bool wait_for(int ready) {
 } // namespace
 
 int main() {
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    ::sched_getaffinity(0, sizeof(cpus), &cpus);
+    const cpu_set_t allowed = allowed_processors();
     const int processor = pin_to_one_processor();
-    if (CPU_COUNT(&cpus) > 1) {
-        CPU_CLR(static_cast<unsigned>(processor), &cpus);
-    }
+    const cpu_set_t cpus = processors_beside(allowed, processor);
     report_run("pages", processor);
     const std::string name = "bench." + std::to_string(::getpid());
     const double scale = ticks_per_ns();

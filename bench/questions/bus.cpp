@@ -1,6 +1,7 @@
 // G13: what a reader of the bus costs the callback that publishes; beside it no reader, one that
 // was stopped in the middle of following, and one that follows on another CPU.
 
+#include "bench/harness/child.h"
 #include "bench/harness/contest.h"
 #include "bench/harness/publish_times.h"
 #include "bench/harness/report.h"
@@ -27,68 +28,56 @@ constexpr int kRounds = 11;
 enum Reader { kNone, kStopped, kFollowing, kReaders };
 constexpr const char* kNames[] = {"no reader", "stopped reader", "following reader"};
 
-// A process that follows the bus, off the writer's CPU where there is another.
+[[noreturn]] void follow(const std::string& name, int ready) {
+    const vorn_bus::BusReader bus(name);
+    vorn_bus::RingCursor cursor = bus.follow_oldest();
+    vorn_bus::RingRecord record;
+    (void)cursor.next(record);
+    if (::write(ready, "r", 1) != 1) {
+        ::_exit(1);
+    }
+    while (true) {
+        if (cursor.next(record)) {
+            keep(record);
+        } else {
+            _mm_pause();
+        }
+    }
+}
+
+// Reads the bus in a child; returns when it is in its loop.
 class ReaderProcess {
 public:
-    ReaderProcess(const std::string& name, const cpu_set_t& cpus, bool stop) {
-        std::array<int, 2> ready{};
-        if (::pipe(ready.data()) != 0) {
-            std::exit(1);
-        }
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::sched_setaffinity(0, sizeof(cpus), &cpus);
-            follow(name, ready[1]);
-        }
-        ::close(ready[1]);
+    ReaderProcess(const std::string& name, const cpu_set_t& cpus)
+        : ready_(open_pipe()), child_(cpus, [&] { follow(name, ready_[1]); }) {
+        ::close(ready_[1]);
         char byte = 0;
-        if (::read(ready[0], &byte, 1) != 1) { // it is in its loop
+        if (::read(ready_[0], &byte, 1) != 1) {
             std::exit(1);
         }
-        ::close(ready[0]);
-        if (stop) {
-            ::kill(pid_, SIGSTOP);
-            int status = 0;
-            ::waitpid(pid_, &status, WUNTRACED);
-        }
+        ::close(ready_[0]);
     }
-    ~ReaderProcess() {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    ReaderProcess(const ReaderProcess&) = delete;
-    ReaderProcess& operator=(const ReaderProcess&) = delete;
+    void stop() const { child_.stop(); }
 
 private:
-    [[noreturn]] static void follow(const std::string& name, int ready) {
-        const vorn_bus::BusReader bus(name);
-        vorn_bus::RingCursor cursor = bus.follow_oldest();
-        vorn_bus::RingRecord record;
-        (void)cursor.next(record);
-        if (::write(ready, "r", 1) != 1) {
-            ::_exit(1);
+    static std::array<int, 2> open_pipe() {
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0) {
+            std::exit(1);
         }
-        while (true) {
-            if (cursor.next(record)) {
-                keep(record);
-            } else {
-                _mm_pause();
-            }
-        }
+        return ends;
     }
-    pid_t pid_;
+
+    std::array<int, 2> ready_;
+    Child child_;
 };
 
 } // namespace
 
 int main() {
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    ::sched_getaffinity(0, sizeof(cpus), &cpus);
+    const cpu_set_t allowed = allowed_processors();
     const int processor = pin_to_one_processor();
-    if (CPU_COUNT(&cpus) > 1) {
-        CPU_CLR(static_cast<unsigned>(processor), &cpus);
-    }
+    const cpu_set_t cpus = processors_beside(allowed, processor);
     report_run("bus", processor);
     const std::string name = "bench." + std::to_string(::getpid());
     const double scale = ticks_per_ns();
@@ -104,7 +93,10 @@ int main() {
                 if (reader == kNone) {
                     times = publish_times(writer, scale, kUpdates, kNsApart, kInstruments);
                 } else {
-                    const ReaderProcess process(name, cpus, reader == kStopped);
+                    const ReaderProcess process(name, cpus);
+                    if (reader == kStopped) {
+                        process.stop();
+                    }
                     times = publish_times(writer, scale, kUpdates, kNsApart, kInstruments);
                 }
                 p99[reader] = quantile(times, 0.99);

@@ -2,6 +2,7 @@
 // are in the caches.
 
 #include "bench/harness/contest.h"
+#include "bench/harness/fenced_clock.h"
 #include "bench/harness/report.h"
 #include "bench/reference/feed_parts.h"
 #include "bench/reference/live_stream.h"
@@ -9,9 +10,7 @@
 #include "CommonLog.h"
 
 #include <algorithm>
-#include <chrono>
 #include <vector>
-#include <x86intrin.h>
 
 namespace {
 
@@ -20,24 +19,6 @@ using namespace bench;
 constexpr uint32_t kMessages = 200'000;
 constexpr uint32_t kInstruments = 8; // their records stay in the first-level cache
 constexpr int kRounds = 11;
-
-uint64_t fenced_now() {
-    _mm_lfence();
-    const uint64_t now = __rdtsc();
-    _mm_lfence();
-    return now;
-}
-
-double ticks_per_ns() {
-    const auto begin = std::chrono::steady_clock::now();
-    const uint64_t first = fenced_now();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(50)) {
-    }
-    const uint64_t last = fenced_now();
-    const std::chrono::duration<double, std::nano> elapsed =
-        std::chrono::steady_clock::now() - begin;
-    return static_cast<double>(last - first) / elapsed.count();
-}
 
 } // namespace
 
