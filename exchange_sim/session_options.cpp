@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view kSeparators = " \t\r\n,;";
 constexpr uint64_t kMaxRate = 10'000'000;
-constexpr uint64_t kMaxSeconds = 24 * 60 * 60;
+constexpr uint64_t kMaxSeconds = 86400;
 
 std::optional<uint64_t> parse_whole(std::string_view text, uint64_t low, uint64_t high) {
     uint64_t value = 0;
@@ -324,7 +324,7 @@ int64_t session_midnight(const SessionOptions& options) {
     const int64_t day_of_year =
         (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + options.date % 100 - 1;
     const int64_t days = year * 365 + year / 4 - year / 100 + year / 400 + day_of_year - 719468;
-    constexpr int64_t kExchangeOffset = 8 * 60 * 60;
+    constexpr int64_t kExchangeOffset = 8 * int64_t{3600};
     return days * 86400 - kExchangeOffset;
 }
 

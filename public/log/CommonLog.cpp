@@ -153,6 +153,7 @@ void CCommonLog::WriteLog(ELOGLEVEL level, const char* format, ...) {
     va_start(arguments, format);
     va_list again;
     va_copy(again, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start stands above
     const int needed = vsnprintf(fixed, sizeof(fixed), format, arguments);
     va_end(arguments);
     size_t length = needed < 0 ? 0 : static_cast<size_t>(needed);
@@ -271,6 +272,7 @@ void MdWriteLine(ELOGLEVEL level, const char* file, int line, const char* functi
     source.Put("]");
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start stands above
     const int needed = vsnprintf(text + source.Size(), MESSAGE_SIZE, format, arguments);
     va_end(arguments);
     const size_t length = needed < 0 ? 0 : std::min(static_cast<size_t>(needed), MESSAGE_SIZE - 1);

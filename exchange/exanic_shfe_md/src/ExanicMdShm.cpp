@@ -6,6 +6,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -43,7 +44,7 @@ char* create_shm(const char* path, unsigned int size) {
         exit(1);
     }
     void* address = shmat(id, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
+    if (reinterpret_cast<intptr_t>(address) == -1) {
         perror("failed to attach memory");
         AdviseContact();
         exit(1);

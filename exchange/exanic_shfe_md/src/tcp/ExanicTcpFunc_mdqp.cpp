@@ -127,6 +127,7 @@ void CExanicTcpFunc::_OnInstInfo(EMdqpDataType type, const char* data) {
         // as it is, zero in a cleaned table.
         unsigned char* kept = m_pShareMem->instmts[slot].inst_id;
         memset(kept, 0, KEPT_ID_SIZE);
+        // NOLINTNEXTLINE(bugprone-not-null-terminated-result): no string of C, zeros behind it
         memcpy(kept, instId.data(), std::min(instId.size(), KEPT_ID_SIZE));
         MD_LOG_AS("_ParseMdqp", LOG_DEBUG, "instrument [%s] subscribed, inst_no [%d]",
                   instId.c_str(), field.inst_no);
