@@ -113,7 +113,7 @@ def bound_fanalyzer():
 def fanalyzer(unit, _):
     done = unit.run([*unit.command, *FANALYZER, "-S", "-o", "/dev/null", str(unit.file)],
                     bound_fanalyzer)
-    if done.returncode != 0 and re.search(r"Killed|CPU time|out of memory|cannot allocate",
+    if done.returncode != 0 and re.search(r"Killed|Aborted|CPU time|out of memory|cannot allocate",
                                           done.stderr):
         return None, ""
     said = set(re.findall(r"\[-Wanalyzer-([a-z-]+)", done.stderr)) - FANALYZER_WRONG

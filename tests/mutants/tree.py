@@ -14,12 +14,12 @@ from pathlib import Path
 
 from tests.mutants.points import Finder
 from tests.mutants.render import DEFINITION, HEADER, render
+from tests.support import core_variant
+from tests.support.core_variant import CORE, UNITS
 
-CORE = ["exchange/exanic_shfe_md/src", "public"]
 # Read by C compilers too: constants and declarations only.
 LEFT_ALONE = {"ExanicMdTypes.h", "ExanicMdMonitor.h"}
 DEFINED_IN = "public/log/CommonLog.cpp"
-UNITS = ["unit_log", "unit_config", "unit_dev", "unit_udp", "unit_tcp", "unit_feed", "component"]
 TARGETS = [*UNITS, "differential_driver"]
 
 
@@ -139,19 +139,13 @@ class Tree:
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
             sources = [name for name in self.files if name.suffix == ".cpp"]
             objects = list(pool.map(self._object, sources))
-            tests = dict(pool.map(self._test_object, self._tests_of_headers()))
-            list(pool.map(lambda program: self._link(program, objects, tests), TARGETS))
-
-    # (object file of the build, how it is compiled)
-    def _tests_of_headers(self):
-        stems = [name.stem for name in self.files if name.suffix == ".h"
-                 and name.with_suffix(".cpp") not in self.files]
-        entries = json.loads((self.root / "build/compile_commands.json").read_text())
-        for entry in entries:
-            words = shlex.split(entry["command"])
-            made = words[words.index("-o") + 1]
-            if any(Path(made).name == f"{stem}_test.cpp.o" for stem in stems):
-                yield made, words
+            headers = [name for name in self.files if name.suffix == ".h"
+                       and name.with_suffix(".cpp") not in self.files]
+            build = self.root / "build"
+            tests = dict(pool.map(self._test_object,
+                                  core_variant.tests_of_headers(build, headers)))
+            list(pool.map(lambda name: core_variant.link(build, name, objects, tests,
+                                                         self.program(name)), TARGETS))
 
     def _test_object(self, test):
         name, words = test
@@ -179,35 +173,12 @@ class Tree:
             part.rename(made)
         return made
 
-    # As the build links it, but for the core. Its objects stand first, so that of two copies of an
-    # inline function theirs is taken.
-    def _link(self, program, objects, tests):
-        build = self.root / "build"
-        said = subprocess.run(["ninja", "-C", build, "-t", "commands", f"bin/{program}"],
-                              capture_output=True, text=True, check=True).stdout
-        target = f"-o bin/{program}"
-        command = next(part for line in said.splitlines() for part in line.split(" && ")
-                       if target + " " in part)
-        compiler, rest = command.split(" ", 1)
-        rest = rest.replace(target, "").replace("lib/libvorn_md.a", "")
-        for name, own in tests.items():
-            rest = rest.replace(f" {name} ", f" {own} ")
-        made = self.program(program)
-        made.parent.mkdir(exist_ok=True)
-        parts = [build / word for word in rest.split() if word.endswith((".o", ".a"))] + objects
-        if made.exists() and made.stat().st_mtime > max(part.stat().st_mtime for part in parts):
-            return
-        subprocess.run([compiler, *map(str, objects), *shlex.split(rest), "-o", made], cwd=build,
-                       check=True)
-
     def program(self, name):
         return self.folder / "bin" / name
 
     def _flags(self):
-        source = self.source
-        return ["-std=c++20", "-w", "-include", self.folder / "mutant.h", f"-I{source / CORE[0]}",
-                f"-I{source}/public", f"-I{source}/public/log",
-                f"-I{self.root}/softcard/include"]
+        return ["-std=c++20", "-w", "-include", self.folder / "mutant.h",
+                *core_variant.include_flags(self.source, self.root)]
 
 
 def _write_if_new(path, text):

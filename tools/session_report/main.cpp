@@ -132,9 +132,7 @@ int report(const std::string& device, const std::string& csv, double seconds) {
     return kExitDiffers;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app("Reports on a recorded simulated session and checks it against the exchange.");
     std::string device;
     std::string csv;
@@ -147,13 +145,19 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    return report(device, csv, seconds);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
     try {
-        return report(device, csv, seconds);
+        return run(argc, argv);
     } catch (const std::invalid_argument& error) {
-        fmt::print(stderr, "session_report: {}\n", error.what());
+        std::fprintf(stderr, "session_report: %s\n", error.what());
         return 2;
     } catch (const std::exception& error) {
-        fmt::print(stderr, "session_report: {}\n", error.what());
+        std::fprintf(stderr, "session_report: %s\n", error.what());
         return 1;
     }
 }

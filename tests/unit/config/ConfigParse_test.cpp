@@ -278,6 +278,12 @@ TEST(ConfigParseFailure, OfAMissingFileTouchesNothing) {
                             "E ConfigParse _LoadConfig unable to open config file: " + path));
 }
 
+TEST(ConfigParseFailure, IsTheResultOfTheFileThatCannotBeRead) {
+    const support::TempDir dir;
+    ExanicMdConfigData data{};
+    EXPECT_EQ(CConfigParse(data)._LoadConfig((dir.path() / "missing.ini").string()), -1);
+}
+
 TEST(ConfigParseFailure, OfAMissingFileLeavesTheMask) {
     ExanicMdConfigData data{};
     const support::LogCapture capture(13);

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
@@ -183,6 +184,19 @@ TEST(CommonLog, TakesNoLockForADisabledLevel) {
         MD_LOG(LOG_DEBUG_EX, "%s", "disabled");
         logger().WriteLog(LOG_DEBUG_EX, "%s", "disabled");
         EXPECT_EQ(logger().GetLogLevel(), 15);
+    });
+    EXPECT_EQ(run.exit_status, 0) << run.out;
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(CommonLog, FormatsNothingForADisabledLevel) {
+    const TempDir dir;
+    const ChildRun run = support::run_child(dir.path(), [] {
+        void* unreadable = ::mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(unreadable, MAP_FAILED);
+        set_mask(15);
+        MD_LOG(LOG_DEBUG_EX, "%s", static_cast<const char*>(unreadable));
+        logger().WriteLog(LOG_DEBUG_EX, "%s", static_cast<const char*>(unreadable));
     });
     EXPECT_EQ(run.exit_status, 0) << run.out;
     EXPECT_EQ(run.out, "");
