@@ -8,7 +8,10 @@ kills it. Who survives is shown with the change.
 
 The sample follows from the seed: it is drawn file by file, in proportion to the mutants of a file.
 
-Exit status: 0, 1 when fewer than 95 % are killed, 2 usage.
+Mutants that change nothing which can be seen are listed in equivalent.py, each with the reason. They
+are counted apart; with --equivalent they are judged as well, and one that is killed is none.
+
+Exit status: 0, 1 when fewer than 95 % of the others are killed, 2 usage.
 """
 
 import argparse
@@ -28,6 +31,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
+from tests.mutants.equivalent import reason_of  # noqa: E402
 from tests.mutants.tree import TARGETS, UNITS, Tree  # noqa: E402
 
 GOAL = 0.95
@@ -36,6 +40,7 @@ SCENARIOS = "600"
 MEMORY = 8 << 30
 TICK_S = 0.02
 ASLEEP_S = 20
+EQUIVALENT = "equivalent"
 
 
 def limit_memory():
@@ -211,16 +216,18 @@ def killed_before(folder, tree, chosen):
 def table(results):
     by_file = {}
     for result in results:
-        tally = by_file.setdefault(result["file"], [0, 0])
+        tally = by_file.setdefault(result["file"], [0, 0, 0])
         tally[0] += 1
         tally[1] += result["killed_by"] is not None
+        tally[2] += result["killed_by"] is None and result["how"] == EQUIVALENT
     width = max(len(file) for file in by_file)
-    lines = [f"{'file':{width}}  mutants  killed"]
-    for file, (all_of, killed) in sorted(by_file.items()):
-        lines.append(f"{file:{width}}  {all_of:7}  {killed:6}")
-    killed = sum(tally[1] for tally in by_file.values())
-    lines.append(f"{'all':{width}}  {len(results):7}  {killed:6}  "
-                 f"{100 * killed / len(results):.1f} %")
+    lines = [f"{'file':{width}}  mutants  killed  equivalent"]
+    for file, (all_of, killed, same) in sorted(by_file.items()):
+        lines.append(f"{file:{width}}  {all_of:7}  {killed:6}  {same:10}")
+    killed, same = (sum(tally[i] for tally in by_file.values()) for i in (1, 2))
+    share = 100 * killed / max(1, len(results) - same)
+    lines.append(f"{'all':{width}}  {len(results):7}  {killed:6}  {same:10}  "
+                 f"killed of those that are not equivalent: {share:.1f} %")
     return "\n".join(lines)
 
 
@@ -238,6 +245,8 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at a time")
     parser.add_argument("--only", metavar="TEXT", help="files whose name has TEXT in it")
     parser.add_argument("--mutant", type=int, action="append", help="these alone, by number")
+    parser.add_argument("--equivalent", action="store_true",
+                        help="judge those too that are listed as equivalent")
     arguments = parser.parse_args()
     if arguments.count < 1 or arguments.jobs < 1:
         parser.error("--count and --jobs must be at least 1")
@@ -265,14 +274,22 @@ def main():
     lock = threading.Lock()
 
     def judge(mutant):
-        killed_by, how = tests.judge(mutant["number"])
+        reason = reason_of(tree, mutant)
+        if reason and not arguments.equivalent and not arguments.mutant:
+            killed_by, how = None, EQUIVALENT
+        else:
+            killed_by, how = tests.judge(mutant["number"])
+            if reason and killed_by is not None:
+                say(f"not equivalent after all: {describe(mutant)}")
+            elif reason:
+                how = EQUIVALENT
         with lock:
             results.append(mutant | {"killed_by": killed_by, "how": how})
             part = folder / "results.part"
             part.write_text(json.dumps(results, indent=1) + "\n")
             if not arguments.mutant:
                 part.replace(folder / "results.json")
-            if killed_by is None:
+            if killed_by is None and how != EQUIVALENT:
                 say(f"{how}: {describe(mutant)}")
             if len(results) % 25 == 0:
                 killed = sum(result["killed_by"] is not None for result in results)
@@ -282,12 +299,14 @@ def main():
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         list(pool.map(judge, [mutant for mutant in chosen if mutant["number"] not in done]))
     print(table(results))
-    alive = [result for result in results if result["killed_by"] is None]
+    alone = [result for result in results if result["killed_by"] is None]
+    alive = [result for result in alone if result["how"] != EQUIVALENT]
     if alive:
         print("\nsurvivors, to be seen again with ./dev mutants --mutant NUMBER:")
         for result in sorted(alive, key=lambda item: item["number"]):
             print(describe(result) + f"\n      {result['how']}")
-    return 0 if len(results) - len(alive) >= GOAL * len(results) else 1
+    judged = len(results) - len(alone) + len(alive)
+    return 0 if judged - len(alive) >= GOAL * judged else 1
 
 
 if __name__ == "__main__":

@@ -167,8 +167,9 @@ TEST(MonitorCounters, TellStatusAndLengthsOfTheCardApart) {
     };
     feed.at_raw_poll = [&](uint64_t poll) {
         if (poll == 1) {
-            feed.card.push_result(1, -256);
-            feed.card.push_result(1, 14);
+            for (const ssize_t result : {-256, 14, -256}) {
+                feed.card.push_result(1, result);
+            }
         }
     };
     EXPECT_EQ(feed.run(), 0);
@@ -176,7 +177,7 @@ TEST(MonitorCounters, TellStatusAndLengthsOfTheCardApart) {
     EXPECT_EQ(c.overflows, 2U);
     EXPECT_EQ(c.abnormal_lengths, 3U);
     EXPECT_EQ(c.frames, c.updates) << "neither is a frame";
-    EXPECT_EQ(c.snapshot_overflows, 1U);
+    EXPECT_EQ(c.snapshot_overflows, 2U);
     EXPECT_EQ(c.snapshot_abnormal_lengths, 1U);
     EXPECT_THAT(events.lines, testing::IsSupersetOf({"overflow 1", "overflow 2"}));
 }

@@ -1,6 +1,7 @@
 // What the monitor counts of the snapshot channel: every frame has one fate.
 
 #include "MdMonitor.h"
+#include "tests/unit/tcp/platform_stubs.h"
 #include "tests/unit/tcp/segment_script.h"
 
 #include <gmock/gmock.h>
@@ -127,6 +128,25 @@ TEST_F(SnapshotFates, AnEarlySegmentTooManyIsDroppedAndTakesAllBack) {
                 testing::ElementsAre(VORN_MD_FATE_DROPPED));
     EXPECT_EQ(wipes(), 1U);
 }
+
+#if TCP_TEST_ALLOCATION_STUB
+
+TEST_F(SnapshotFates, AnEarlySegmentThatThereIsNoMemoryForIsDropped) {
+    const Stream stream = Stream().start(1).message(2).message(3).message(4);
+    establish(stream, 60);
+    const auto without_memory = [&](std::size_t from) {
+        const Bytes frame = stream.frame(from, from + 40);
+        return counted([&] {
+            const NoMemoryFor nodes(RECV_BUF_SIZE);
+            deliver(frame);
+        });
+    };
+    EXPECT_THAT(without_memory(100), testing::ElementsAre(VORN_MD_FATE_DROPPED)) << "the first";
+    deliver(stream.frame(100, 140));
+    EXPECT_THAT(without_memory(140), testing::ElementsAre(VORN_MD_FATE_DROPPED)) << "one more";
+}
+
+#endif
 
 TEST_F(SnapshotFates, AFrameBehindAFinishedSnapshotIsLate) {
     set_masks(MASK_SHFE_2PS, MASK_SHFE_2PS);
