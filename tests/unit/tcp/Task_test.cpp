@@ -1,15 +1,12 @@
-// What a queue of tasks is made of: a call kept in place or on the heap, and pooled frame buffers.
+// What a queue of tasks is made of: a call kept in place or on the heap.
 
-#include "tcp/FramePool.h"
 #include "tcp/Task.h"
 
 #include <array>
-#include <atomic>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
-#include <set>
-#include <thread>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace tcp_test {
@@ -70,56 +67,6 @@ TEST(Task, ThatIsNeverRunFreesWhatItOwns) {
     }
     EXPECT_EQ(count.use_count(), 1);
     EXPECT_EQ(*count, 0);
-}
-
-TEST(FramePool, HandsOutABufferAgainOnceItCameBack) {
-    FramePool pool;
-    std::set<FramePool::Buffer*> seen;
-    for (int i = 0; i < 100; ++i) {
-        FramePool::Handle first = pool.Take();
-        FramePool::Handle second = pool.Take();
-        EXPECT_NE(first.get(), second.get());
-        seen.insert(first.get());
-        seen.insert(second.get());
-    }
-    EXPECT_LE(seen.size(), 4u);
-}
-
-TEST(FramePool, HasRoomForTheLargestFrameAndItsSlack) {
-    FramePool pool;
-    const FramePool::Handle buffer = pool.Take();
-    EXPECT_EQ(sizeof(buffer->bytes), 2048u + 256u);
-}
-
-TEST(FramePool, TakesBackFromAnotherThreadWithoutMixingBuffersUp) {
-    constexpr int kRounds = 20'000;
-    FramePool pool;
-    std::atomic<FramePool::Buffer*> slot{nullptr};
-    std::atomic<int> wrong{0};
-    std::thread giver([&] {
-        for (int i = 0; i < kRounds; ++i) {
-            FramePool::Buffer* buffer = nullptr;
-            while ((buffer = slot.exchange(nullptr)) == nullptr) {
-                std::this_thread::yield();
-            }
-            int stamp = 0;
-            std::memcpy(&stamp, buffer->bytes, sizeof(stamp));
-            wrong += stamp != i ? 1 : 0;
-            FramePool::Handle(buffer, FramePool::GiveBack{&pool}).reset();
-        }
-    });
-    for (int i = 0; i < kRounds; ++i) {
-        FramePool::Handle buffer = pool.Take();
-        std::memcpy(buffer->bytes, &i, sizeof(i));
-        FramePool::Buffer* expected = nullptr;
-        while (!slot.compare_exchange_weak(expected, buffer.get())) {
-            expected = nullptr;
-            std::this_thread::yield();
-        }
-        buffer.release();
-    }
-    giver.join();
-    EXPECT_EQ(wrong, 0);
 }
 
 TEST(TaskMove, OfATaskWithoutACallLeavesOneWithout) {
