@@ -132,15 +132,17 @@ TEST(CommonLogFailure, AFullStandardOutputDoesNotDisturbTheFile) {
 }
 
 TEST(CommonLogFailure, TheFileNeverTakesTheNumberOfAClosedStandardFile) {
-    const TempDir dir;
-    const ChildRun run = support::run_child(dir.path(), [&] {
-        ::close(STDIN_FILENO);
-        at_first();
-        say("line");
-        EXPECT_EQ(::fcntl(STDIN_FILENO, F_GETFD), -1) << "still closed";
-    });
-    EXPECT_EQ(run.exit_status, 0) << run.err;
-    EXPECT_THAT(messages_in(dir.path() / kFileName), ElementsAre("line"));
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const TempDir dir;
+        const ChildRun run = support::run_child(dir.path(), [&] {
+            ::close(standard);
+            at_first();
+            say("line");
+            EXPECT_EQ(::fcntl(standard, F_GETFD), -1) << standard << " is still closed";
+        });
+        EXPECT_EQ(run.exit_status, 0) << standard << ": " << run.out << run.err;
+        EXPECT_THAT(messages_in(dir.path() / kFileName), ElementsAre("line")) << standard;
+    }
 }
 
 TEST(CommonLogFailure, WithoutANumberAboveTheStandardFilesThereIsNoFile) {

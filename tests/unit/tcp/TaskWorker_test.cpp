@@ -6,11 +6,14 @@
 #include "tests/unit/tcp/platform_stubs.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <pthread.h>
 #include <string>
 #include <system_error>
+#include <thread>
 
 namespace tcp_test {
 namespace {
@@ -128,6 +131,19 @@ TEST(TaskWorker, PostAfterJoinThrows) {
     CThread worker;
     worker.Join();
     EXPECT_THROW(worker.Post([] {}), std::runtime_error);
+}
+
+TEST(TaskWorker, SleepsWhenThereIsNothingToDo) {
+    CThread worker;
+    const auto asleep = [&] {
+        const std::lock_guard<std::mutex> lock(worker.queueMutex);
+        return worker.sleeping;
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!asleep() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_TRUE(asleep());
 }
 
 TEST(TaskWorker, ASleepingWorkerIsWokenEachTime) {
