@@ -43,8 +43,8 @@ Input choose_input(const ConvertOptions& options) {
     if (options.input.empty() == options.bus.empty()) {
         throw Failure(kUsage, "say what to convert, one thing: a FILE, or --bus NAME");
     }
-    const Input input{options.bus.empty() ? kind_of_file(options.input) : SourceKind::kBus,
-                      options.bus.empty() ? options.input : options.bus};
+    Input input{options.bus.empty() ? kind_of_file(options.input) : SourceKind::kBus,
+                options.bus.empty() ? options.input : options.bus};
     if (options.no_follow && input.kind != SourceKind::kBus) {
         throw Failure(kUsage, "--no-follow is for a bus");
     }
