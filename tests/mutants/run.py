@@ -8,8 +8,8 @@ kills it. Who survives is shown with the change.
 
 The sample follows from the seed: it is drawn file by file, in proportion to the mutants of a file.
 
-Mutants that change nothing which can be seen are listed in equivalent.py, each with the reason. They
-are counted apart; with --equivalent they are judged as well, and one that is killed is none.
+Mutants that change nothing which can be seen are listed in equivalent.py, each with the reason. One
+that survives and is listed there is counted apart.
 
 Exit status: 0, 1 when fewer than 95 % of the others are killed, 2 usage.
 """
@@ -245,8 +245,6 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at a time")
     parser.add_argument("--only", metavar="TEXT", help="files whose name has TEXT in it")
     parser.add_argument("--mutant", type=int, action="append", help="these alone, by number")
-    parser.add_argument("--equivalent", action="store_true",
-                        help="judge those too that are listed as equivalent")
     arguments = parser.parse_args()
     if arguments.count < 1 or arguments.jobs < 1:
         parser.error("--count and --jobs must be at least 1")
@@ -274,15 +272,9 @@ def main():
     lock = threading.Lock()
 
     def judge(mutant):
-        reason = reason_of(tree, mutant)
-        if reason and not arguments.equivalent and not arguments.mutant:
-            killed_by, how = None, EQUIVALENT
-        else:
-            killed_by, how = tests.judge(mutant["number"])
-            if reason and killed_by is not None:
-                say(f"not equivalent after all: {describe(mutant)}")
-            elif reason:
-                how = EQUIVALENT
+        killed_by, how = tests.judge(mutant["number"])
+        if killed_by is None and reason_of(tree, mutant):
+            how = EQUIVALENT
         with lock:
             results.append(mutant | {"killed_by": killed_by, "how": how})
             part = folder / "results.part"

@@ -59,6 +59,15 @@ struct Source {
 // The one that is read; the callbacks of the table function run while its query does.
 Source* g_source = nullptr;
 
+// Makes a source the one that is read, for as long as it lives.
+class Reading {
+public:
+    explicit Reading(Source& source) { g_source = &source; }
+    ~Reading() { g_source = nullptr; }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+};
+
 void bind(DuckdbHandle info) {
     const DuckdbLibrary& duckdb = *g_source->duckdb;
     for (const RowColumn& column : row_columns()) {
@@ -227,7 +236,7 @@ public:
         rows_->flush();
         const NpyRows mapped(rows_->path());
         Source source{&duckdb_, mapped.rows(), 0};
-        g_source = &source;
+        const Reading reading(source);
         Database database(duckdb_);
         database.add_function("vorn_rows");
         database.run(fmt::format("COPY (SELECT * FROM vorn_rows()) TO {} (FORMAT parquet, "
