@@ -64,9 +64,9 @@ def session_of(leader):
 
 
 def run(command, seconds, environment, directory):
-    """(exit status, processor seconds); None for a status when it did not end: it has used so many seconds of a processor, or
-    slept for as long as nothing here sleeps. The clock on the wall says nothing: the machine may
-    have had better to do."""
+    """(exit status, processor seconds). The status is None when it did not end: it has used so many
+    seconds of a processor, or slept for as long as nothing here sleeps. The clock on the wall says
+    nothing: the machine may have had better to do."""
     process = subprocess.Popen(command, env=os.environ | environment, cwd=directory,
                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                stderr=subprocess.DEVNULL, start_new_session=True,
