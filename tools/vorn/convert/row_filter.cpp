@@ -15,7 +15,7 @@ using Kind = TimeBound::Kind;
 
 constexpr uint64_t kSecond = 1'000'000'000;
 constexpr uint64_t kDay = 86'400 * kSecond;
-constexpr uint64_t kExchangeZone = 8 * 3600 * kSecond; // ahead of UTC, all year
+constexpr uint64_t kExchangeZone = uint64_t{8} * 3600 * kSecond; // ahead of UTC, all year
 constexpr uint64_t kOutOfOrder = 60 * kSecond;
 constexpr std::size_t kProductSize = 2;
 constexpr std::size_t kComparedSize = 6;
