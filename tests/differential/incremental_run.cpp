@@ -4,6 +4,7 @@
 
 #include "udp/ExanicUdpFunc.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -46,7 +47,7 @@ public:
         switch (operation) {
         case 'M': {
             const std::unique_ptr<char[]> exact(new char[data.size()]);
-            std::memcpy(exact.get(), data.data(), data.size());
+            std::copy(data.begin(), data.end(), exact.get());
             return udp_._ParseMirp(exact.get(), static_cast<uint32_t>(data.size()));
         }
         case 'U':

@@ -53,7 +53,9 @@ ResearchFile read_research_file(const std::string& path) {
         return file;
     }
     file.rows.resize(count);
-    std::memcpy(static_cast<void*>(file.rows.data()), bytes.data() + data, count * kRowSize);
+    if (count > 0) {
+        std::memcpy(static_cast<void*>(file.rows.data()), bytes.data() + data, count * kRowSize);
+    }
     return file;
 }
 

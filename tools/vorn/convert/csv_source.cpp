@@ -46,7 +46,7 @@ public:
         if (text.size() >= sizeof(to)) {
             fail("is longer than 15 characters");
         } else {
-            std::memcpy(to, text.data(), text.size());
+            text.copy(reinterpret_cast<char*>(to), text.size()); // which may be none
         }
     }
     // What is wrong, or nothing.
