@@ -24,6 +24,7 @@ _FRAME = _SRC + "tcp/ExanicTcpFunc_frame.cpp"
 _SESSION = _SRC + "tcp/ExanicTcpFunc_session.cpp"
 _LOUD = "the entry enables every level before, and only a configuration that was read lowers them"
 _NO_MEMORY = "memory runs out; the tests refuse it"
+_MANY = "no buffer of the card has as many changes; a test hands them to the member"
 _ONLY_CORPORA = ("corpora",)
 _ONLY_TESTS = ("tests",)
 
@@ -45,7 +46,12 @@ EXCEPTIONS = [
            "no received frame is that long; a test calls the member", _ONLY_CORPORA, 3),
     Except(_SESSION, "auto* node = static_cast<TcpLostBuf*>(malloc", _NO_MEMORY, _ONLY_CORPORA, 5),
     Except(_SESSION, "if (session.frag_buf == nullptr) {", _NO_MEMORY, _ONLY_CORPORA, 8),
-    Except(_SESSION, "TcpLostBuf* node = HoldFrame(", _NO_MEMORY, _ONLY_CORPORA, 4),
+    Except(_SESSION, "TcpLostBuf* node = HoldFrame(", _NO_MEMORY, _ONLY_CORPORA, 5),
+    *(Except(_SRC + file, code, _MANY, _ONLY_CORPORA, lines) for file, code, lines in (
+        ("udp/BookChanges.h", "m_count == BookUndo::CAPACITY", 4),
+        ("udp/BookUndo.h", "void MakeRoom(", 11),
+        ("udp/BookUndo.h", "if (m_isWhole) {", 4),
+        ("udp/BookUndo.h", "static char* BookOf(", 3))),
     Except(_SESSION, "if (result == AppendResult::Cleared) {",
            "a message is decoded once it is whole, long before; a test calls the member",
            _ONLY_CORPORA, 3),
