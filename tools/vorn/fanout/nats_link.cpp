@@ -95,6 +95,7 @@ NatsLink::NatsLink(const NatsOptions& options, const std::string& name,
                    const std::function<bool()>& running) {
     const std::vector<std::string> servers = split_servers(options.servers);
     std::vector<const char*> urls;
+    urls.reserve(servers.size());
     for (const std::string& url : servers) {
         urls.push_back(url.c_str());
     }
