@@ -11,7 +11,7 @@ namespace {
 using nlohmann::json;
 
 constexpr uint64_t kSecond = 1'000'000'000;
-constexpr int64_t kExchangeOffset = 8 * 3600; // UTC+8, all year
+constexpr int64_t kExchangeOffset = int64_t{8} * 3600; // UTC+8, all year
 
 json lead_json(const LeadHistogram& lead) {
     json object = {{"count", lead.count()}};

@@ -33,7 +33,7 @@ struct RecordTarget {
 
 class RecordFiles {
 public:
-    static constexpr std::size_t kBlockSize = 256 * 1024;
+    static constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
     static constexpr std::chrono::milliseconds kBlockAge{100};
 
     // Makes the first file. Throws Failure: it exists, or a .part of an earlier recording does (and

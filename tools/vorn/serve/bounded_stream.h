@@ -14,7 +14,7 @@
 namespace vorn_cli {
 
 struct ConnectionBounds {
-    std::size_t head_bytes = 16 * 1024;
+    std::size_t head_bytes = std::size_t{16} * 1024;
     std::chrono::milliseconds head_time{10'000};  // from its first byte to its last
     std::chrono::milliseconds idle_time{10'000};  // between two requests
     std::chrono::milliseconds write_time{10'000}; // for a client to take anything at all
