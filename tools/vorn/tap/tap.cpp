@@ -221,7 +221,8 @@ StreamFacts await_stream(const TapOptions& options, const NatsLink& link, uint64
 }
 
 int run_tap(const TapOptions& options, const Globals& globals) {
-    SubjectFilter{options.patterns}; // a mistake in a pattern is told before a server is asked
+    // A mistake in a pattern is told before a server is asked.
+    [[maybe_unused]] const SubjectFilter wanted{options.patterns};
     if (!options.durable.empty() && !is_stamp_name(options.durable)) {
         throw Failure(kUsage, fmt::format("--durable '{}': at most 15 letters, digits, '_' and '-'",
                                           options.durable));
