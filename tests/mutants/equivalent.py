@@ -65,7 +65,7 @@ EQUIVALENT = [
     Same(_SRC + "tcp/ExanicTcpFunc_mdqp.cpp", "uint16_t previousField = 0;",
          "no field that is asked for has the number", "0", "(0 + 1)"),
     Same(_SRC + "tcp/ExanicTcpFunc_mdqp.cpp", "_OnPacketNo(type, data);",
-         "the cases behind it do nothing but break", after="", lines=2),
+         "the cases behind it do nothing but break", "break", lines=2),
     Same(_SRC + "tcp/ExanicTcpFunc_session.cpp", "const uint32_t maxFields = size / 4 + 1;",
          "a field takes five bytes or more, so that no walk of 45 bytes or more comes near the bound"),
     Same("public/log/CommonLog.h", "int64_t m_wholeBytes = 0;", _SET_LATER, "0"),
