@@ -93,7 +93,7 @@ IniFile effective_file(const FeedRunOptions& options, const RunDirectory& direct
 }
 
 std::string write_config(const IniFile& file, const RunDirectory& directory) {
-    const std::string path = (directory.path() / "vorn.ini").string();
+    std::string path = (directory.path() / "vorn.ini").string();
     std::ofstream out(path);
     out << "[config]\n";
     const auto section = file.sections.find(std::string(kConfigSection));

@@ -45,7 +45,7 @@ std::string read_token_file(const std::string& path) {
         throw Failure(kUsage, fmt::format("cannot read a token from {}: {}", path,
                                           file.is_open() ? "it is empty" : std::strerror(errno)));
     }
-    const std::string token(trimmed(line));
+    std::string token(trimmed(line));
     if (const std::string fault = token_fault(token); !fault.empty()) {
         throw Failure(kUsage, fmt::format("{}: {}", path, fault));
     }

@@ -53,28 +53,30 @@ void ConnectionThreads::on_idle() {
 
 void ConnectionThreads::enqueue(std::function<void()> task) {
     close_due(kMostLingering);
-    {
-        const std::lock_guard lock(mutex_);
-        bool room = busy_ < most_ && !stopping_;
-        if (room && busy_ == threads_.size()) {
-            try {
-                threads_.emplace_back([this] { work(); });
-            } catch (const std::system_error&) {
-                room = false; // the system has no thread left: as if the bound were reached
-            }
-        }
-        if (room) {
-            ++busy_;
-            tasks_.push_back(std::move(task));
-        }
-        refusing_here = !room;
-    }
+    refusing_here = !take(task);
     if (refusing_here) {
         task();
         refusing_here = false;
     } else {
         ready_.notify_one();
     }
+}
+
+bool ConnectionThreads::take(std::function<void()>& task) {
+    const std::lock_guard lock(mutex_);
+    if (busy_ >= most_ || stopping_) {
+        return false;
+    }
+    if (busy_ == threads_.size()) {
+        try {
+            threads_.emplace_back([this] { work(); });
+        } catch (const std::system_error&) {
+            return false; // the system has no thread left: as if the bound were reached
+        }
+    }
+    ++busy_;
+    tasks_.push_back(std::move(task));
+    return true;
 }
 
 void ConnectionThreads::work() {

@@ -31,6 +31,8 @@ public:
     static void close_later(int socket);
 
 private:
+    // Whether a thread runs it: then it has been moved away.
+    bool take(std::function<void()>& task);
     void work();
 
     const std::size_t most_;

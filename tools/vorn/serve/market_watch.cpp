@@ -91,9 +91,8 @@ void MarketWatch::watch() {
 
 void MarketWatch::list_instruments(const FeedView& view) {
     std::vector<ListedInstrument> listed;
-    for (InstrumentState& state : view.instruments()) {
-        const uint64_t updates = view.updates_in_window(state.slot);
-        listed.push_back({std::move(state), updates});
+    for (const InstrumentState& state : view.instruments()) {
+        listed.push_back({state, view.updates_in_window(state.slot)});
     }
     auto list = std::make_shared<const InstrumentList>(std::move(listed));
     const std::lock_guard lock(mutex_);
