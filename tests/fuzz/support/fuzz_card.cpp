@@ -4,6 +4,7 @@
 #include <exanic/exanic.h>
 #include <exanic/fifo_rx.h>
 #include <exanic/util.h>
+#include <sanitizer/asan_interface.h>
 #include <utility>
 
 namespace fuzz {
@@ -63,6 +64,7 @@ ssize_t exanic_receive_frame(exanic_rx_t*, char* rx_buf, size_t rx_buf_size,
         *timestamp = 0;
     }
     const auto frame = std::exchange(fuzz::next_frame, {});
+    ASAN_UNPOISON_MEMORY_REGION(rx_buf, rx_buf_size);
     if (frame.empty()) {
         return std::exchange(fuzz::next_status, 0);
     }
@@ -70,6 +72,8 @@ ssize_t exanic_receive_frame(exanic_rx_t*, char* rx_buf, size_t rx_buf_size,
         return fuzz::kFrameTooLarge;
     }
     std::memcpy(rx_buf, frame.data(), frame.size());
+    // A sanitizer sees a read behind the frame, where an older one may still lie.
+    ASAN_POISON_MEMORY_REGION(rx_buf + frame.size(), rx_buf_size - frame.size());
     return static_cast<ssize_t>(frame.size());
 }
 }
