@@ -28,6 +28,8 @@ vorn_test_packages=( # a test that misses its own is left out
     "clang-14:coverage of the library by its tests"
     "libclang-rt-14-dev:counts for it"
     "llvm-14:reads them"
+    "clang-tidy-14:static analysis of the library"
+    "cppcheck:static analysis of the library"
     "tshark:tests of the Wireshark dissector"
     "tmux:tests of vorn top in a terminal"
     "chromium:tests of the page in a browser"

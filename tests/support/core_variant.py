@@ -20,15 +20,19 @@ def include_flags(core, root):
             f"-I{root}/softcard/include"]
 
 
-def tests_of_headers(build, headers):
-    """(object file of the build, the command that compiles it) of the tests of `headers`, paths
-    without a source file of their own."""
-    names = {f"{Path(header).stem}_test.cpp.o" for header in headers}
+def commands(build, of_source=lambda source: True, of_object=lambda name: True):
+    """(object file of the build, the command that compiles it) of what is chosen."""
     for entry in json.loads((build / "compile_commands.json").read_text()):
         words = shlex.split(entry["command"])
         made = words[words.index("-o") + 1]
-        if Path(made).name in names:
+        if of_source(Path(entry["file"])) and of_object(made):
             yield made, words
+
+
+def tests_of_headers(build, headers):
+    """The commands of the tests of `headers`, paths without a source file of their own."""
+    names = {f"{Path(header).stem}_test.cpp.o" for header in headers}
+    return commands(build, of_object=lambda made: Path(made).name in names)
 
 
 def link(build, name, objects, replaced, made, compiler=None, flags=()):
