@@ -4,7 +4,7 @@ feed, the card, the simulator, the libraries around them and the tools.
 
     lint.py BUILD_FOLDER [--jobs J] [--tool NAME]... [FILE | FOLDER]...
 
-clang-tidy-quick is clang-tidy without clang-analyzer, which takes two thirds of its time. Each file is looked at alone. What is clean is remembered by what the tool saw of it (the
+Each file is looked at alone. What is clean is remembered by what the tool saw of it (the
 preprocessed text, the tool's settings), in BUILD_FOLDER/lint, so that a second run looks at what has
 changed. Exit status: 0 clean, 1 findings, 2 usage.
 """
@@ -24,7 +24,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 FOLDERS = ["exchange", "public", "sample-code", "softcard", "faults", "bus", "wirekit",
            "exchange_sim", "tools"]
-TOOLS = ["clang-tidy", "cppcheck", "fanalyzer"]  # if none is named
+TOOLS = ["clang-tidy", "cppcheck", "fanalyzer"]
 
 # What cppcheck 2.10 says wrongly, and why it is wrong. What is wrong about one line alone stands in
 # that line, but for the feed's sources.
@@ -93,17 +93,15 @@ class Unit:
         return text.stdout.encode(errors="replace") + self.file.read_bytes()
 
 
-def clang_tidy(unit, folder, *more):
-    done = unit.run(["clang-tidy-14", "-p", str(folder), "--quiet", "--warnings-as-errors=*",
-                     "--extra-arg=-Wno-unknown-warning-option", *more, str(unit.file)])
+def clang_tidy(unit):
+    # With the words of this one command: from the build's list it would look once for each program
+    # that the file is compiled for.
+    done = unit.run(["clang-tidy-14", "--quiet", "--warnings-as-errors=*", str(unit.file), "--",
+                     *unit.command[1:], "-Wno-unknown-warning-option"])
     return done.returncode == 0, done.stdout + done.stderr
 
 
-def clang_tidy_quick(unit, folder):
-    return clang_tidy(unit, folder, "--checks=-clang-analyzer-*")
-
-
-def cppcheck(unit, _):
+def cppcheck(unit):
     includes = [word for word in unit.command if word.startswith(("-I", "-D"))]
     done = unit.run(["cppcheck", *CPPCHECK, *includes, str(unit.file)])
     return done.returncode == 0, done.stdout + done.stderr
@@ -114,7 +112,7 @@ def bound_fanalyzer():
     resource.setrlimit(resource.RLIMIT_AS, (FANALYZER_BYTES, FANALYZER_BYTES))
 
 
-def fanalyzer(unit, _):
+def fanalyzer(unit):
     done = unit.run([*unit.command, *FANALYZER, "-S", "-o", "/dev/null", str(unit.file)],
                     bound_fanalyzer)
     if done.returncode != 0 and re.search(r"Killed|Aborted|CPU time|out of memory|cannot allocate",
@@ -124,13 +122,11 @@ def fanalyzer(unit, _):
     return done.returncode == 0 and not said, done.stderr
 
 
-RUN = {"clang-tidy": clang_tidy, "clang-tidy-quick": clang_tidy_quick, "cppcheck": cppcheck,
-       "fanalyzer": fanalyzer}
+RUN = {"clang-tidy": clang_tidy, "cppcheck": cppcheck, "fanalyzer": fanalyzer}
 
 
 def settings():
-    tidy = version("clang-tidy-14") + (ROOT / ".clang-tidy").read_text()
-    return {"clang-tidy": tidy, "clang-tidy-quick": tidy,
+    return {"clang-tidy": version("clang-tidy-14") + (ROOT / ".clang-tidy").read_text(),
             "cppcheck": version("cppcheck") + " ".join(CPPCHECK),
             "fanalyzer": version("g++") + " ".join(FANALYZER)}
 
@@ -146,7 +142,7 @@ def look(unit, tools, folder, keys):
         if clean.exists():
             left_out += [str(unit.file.relative_to(ROOT))] if clean.read_text() else []
             continue
-        fine, text = RUN[tool](unit, folder)
+        fine, text = RUN[tool](unit)
         if fine is None:
             clean.write_text("not analysed")
             left_out.append(str(unit.file.relative_to(ROOT)))
@@ -163,7 +159,7 @@ def main():
     parser.add_argument("folder", type=Path, help=argparse.SUPPRESS)
     parser.add_argument("files", nargs="*", type=Path, metavar="FILE",
                         help="these alone; of a folder, all in it")
-    parser.add_argument("--tool", action="append", choices=RUN, help="this alone")
+    parser.add_argument("--tool", action="append", choices=TOOLS, help="this alone")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="files at a time")
     arguments = parser.parse_intermixed_args()
     (arguments.folder / "lint").mkdir(exist_ok=True)
@@ -175,7 +171,7 @@ def main():
         own = any(file.is_relative_to(ROOT / part) for part in FOLDERS)
         if own and file.suffix == ".cpp" and (
                 not wanted or any(file.is_relative_to(part) for part in wanted)):
-            units[file] = Unit(entry)
+            units.setdefault(file, Unit(entry))
     if not units:
         parser.error(f"nothing of the build is in {' '.join(map(str, arguments.files)) or ROOT}")
     tools = arguments.tool or TOOLS

@@ -38,7 +38,7 @@ SANITIZERS = {"memory": [*FLAGS, "-fsanitize=address,undefined"],
 # runs, component runs too.
 PROGRAMS = [name for name in UNITS if name != "unit_feed"]
 CORPORA = ROOT / "tests/fuzz/corpus"
-SCHEDULES = 40
+SCHEDULES = 20
 
 
 class Variant:
