@@ -33,6 +33,7 @@ _SET_LATER = "set on every way to where it is read"
 EQUIVALENT = [
     Same(_LOG, "DropPending(m_logHandler);",
          "glibc drops by itself what it could not write; a library that keeps it is not at hand"),
+    Same(_LOG, "__fpurge(file);", "glibc drops by itself what it could not write"),
     Same(_LOG, "clearerr(file);", "nobody asks a stream whether it has failed before"),
     Same(_LOG, "const size_t length = needed < 0 ?", "a length of 0 is 0 either way", "needed < 0",
          "needed <= 0"),
@@ -56,6 +57,7 @@ EQUIVALENT = [
     Same(_CONFIG, "int8_t split_all_field = 0;", _SET_LATER, "0"),
     Same(_CONFIG, "uint16_t md2ps_snap_port = 0;", _SET_LATER, "0"),
     Same(_TCP, "bool completed = false;", _SET_LATER, "false"),
+    Same(_WORKER, "sched_yield();", "waits as long without letting others run meanwhile"),
     Same(_TCP, "worker.Join();",
          "its destructor joins too; a frame that comes back in between is kept for the next phase"),
     Same(_WORKER, "sleeping = false;", "one wake-up that nobody waits for", "false"),
